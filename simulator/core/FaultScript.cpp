@@ -1,0 +1,210 @@
+#include "FaultScript.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "Text.h"
+
+namespace scansim {
+
+namespace {
+
+struct EventName {
+    const char* name;
+    FaultEvent event;
+    std::vector<FaultAction> actions;
+};
+
+struct ActionName {
+    const char* name;
+    FaultAction action;
+    bool takesArgument;
+    std::uint32_t byDefault;
+};
+
+using A = FaultAction;
+
+const std::vector<EventName>& events() {
+    static const std::vector<EventName> table = {
+        {"open", FaultEvent::Open, {A::Refuse, A::Unplug, A::Replug}},
+        {"set-configuration", FaultEvent::SetConfiguration, {A::Refuse, A::Unplug, A::Replug}},
+        {"claim", FaultEvent::Claim, {A::Busy, A::Held, A::Refuse, A::Unplug, A::Replug}},
+        {"detach", FaultEvent::Detach, {A::Refuse, A::Unplug, A::Replug}},
+        {"release", FaultEvent::Release, {A::Refuse, A::Unplug, A::Replug}},
+        {"close", FaultEvent::Close, {A::Unplug, A::Replug}},
+        {"string", FaultEvent::String, {A::Stall, A::Timeout, A::Unplug, A::Replug}},
+        {"command", FaultEvent::Command, {A::Stall, A::Timeout, A::Unplug, A::Replug}},
+        {"reply",
+         FaultEvent::Reply,
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
+          A::Truncate, A::Status, A::Feeder, A::Flip}},
+        {"page", FaultEvent::Page, {A::Cut}},
+        {"marker",
+         FaultEvent::Marker,
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
+          A::Truncate, A::Jam}},
+        {"block",
+         FaultEvent::Block,
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
+          A::Truncate, A::Jam}},
+        {"end",
+         FaultEvent::End,
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
+          A::Truncate, A::Jam}},
+    };
+    return table;
+}
+
+const std::vector<ActionName>& actions() {
+    static const std::vector<ActionName> table = {
+        {"stall", A::Stall, false, 0},      {"timeout", A::Timeout, false, 0},
+        {"unplug", A::Unplug, false, 0},    {"replug", A::Replug, false, 0},
+        {"refuse", A::Refuse, true, EPERM}, {"busy", A::Busy, false, 0},
+        {"held", A::Held, false, 0},        {"zero", A::Zero, false, 0},
+        {"short", A::Short, true, 1},       {"delay", A::Delay, true, 1000},
+        {"stray", A::Stray, true, 8},       {"garbage", A::Garbage, true, 8},
+        {"truncate", A::Truncate, true, 5}, {"status", A::Status, true, 136},
+        {"feeder", A::Feeder, true, 0},     {"flip", A::Flip, false, 0},
+        {"jam", A::Jam, false, 0},          {"cut", A::Cut, true, 1},
+    };
+    return table;
+}
+
+const EventName& findEvent(const std::string& name) {
+    for (const EventName& entry : events()) {
+        if (name == entry.name) {
+            return entry;
+        }
+    }
+    throw InputError("unknown event '" + name + "'");
+}
+
+const ActionName& findAction(const std::string& name) {
+    for (const ActionName& entry : actions()) {
+        if (name == entry.name) {
+            return entry;
+        }
+    }
+    throw InputError("unknown action '" + name + "'");
+}
+
+std::optional<CommandId> findCommand(const std::string& name) {
+    for (std::size_t id = 0; id < kCommandCount; ++id) {
+        if (name == commandName(static_cast<CommandId>(id)) || name == std::to_string(id)) {
+            return static_cast<CommandId>(id);
+        }
+    }
+    return std::nullopt;
+}
+
+bool isAboutCommand(FaultEvent event) {
+    return event == FaultEvent::Command || event == FaultEvent::Reply;
+}
+
+Fault parseFault(const EventName& event, const std::vector<std::string>& fields) {
+    if (fields.empty()) {
+        throw InputError("no action after ':'");
+    }
+    const ActionName& name = findAction(fields[0]);
+    if (std::find(event.actions.begin(), event.actions.end(), name.action) == event.actions.end()) {
+        throw InputError(std::string("'") + event.name + "' cannot have the action '" + name.name + "'");
+    }
+    if (fields.size() > (name.takesArgument ? 2U : 1U)) {
+        throw InputError("too many words after '" + fields[0] + "'");
+    }
+    return {name.action, fields.size() == 2 ? parseNumber(fields[1], 0, 0x7FFFFFFF) : name.byDefault};
+}
+
+std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_t index) {
+    if (index + 1 < fields.size()) {
+        throw InputError("too many words before ':'");
+    }
+    if (index >= fields.size()) {
+        return 1;
+    }
+    return fields[index] == "always" ? 0 : parseNumber(fields[index], 1, 0x7FFFFFFF);
+}
+
+}  // namespace
+
+void FaultScript::add(const std::string& text) {
+    try {
+        const std::size_t colon = text.find(':');
+        const std::vector<std::string> left = words(text.substr(0, colon));
+        if (colon == std::string::npos || left.empty()) {
+            throw InputError("not of the form EVENT: ACTION");
+        }
+        const EventName& event = findEvent(left[0]);
+        std::size_t next = 1;
+        std::optional<CommandId> command;
+        if (isAboutCommand(event.event)) {
+            command = left.size() > 1 ? findCommand(left[next++]) : std::nullopt;
+            if (!command) {
+                throw InputError(std::string("'") + event.name + "' needs the name of a command");
+            }
+        }
+        rules_.push_back({event.event, command, parseOccurrence(left, next), 0,
+                          parseFault(event, words(text.substr(colon + 1)))});
+    } catch (const InputError& error) {
+        throw InputError("fault '" + text + "': " + error.what());
+    }
+}
+
+std::optional<Fault> FaultScript::happen(FaultEvent event) {
+    return match(event, std::nullopt);
+}
+
+std::optional<Fault> FaultScript::happen(FaultEvent event, CommandId command) {
+    return match(event, command);
+}
+
+std::optional<Fault> FaultScript::match(FaultEvent event, std::optional<CommandId> command) {
+    std::optional<Fault> fault;
+    for (Rule& rule : rules_) {
+        if (rule.event == event && rule.command == command) {
+            ++rule.seen;
+            if (!fault && (rule.occurrence == 0 || rule.occurrence == rule.seen)) {
+                fault = rule.fault;
+            }
+        }
+    }
+    return fault;
+}
+
+std::string FaultScript::help() {
+    return R"(A fault is "EVENT [N|always]: ACTION [NUMBER]"; N counts from 1, the default.
+
+Events                            Actions
+  open                            refuse [ERRNO]  unplug  replug
+  set-configuration, release      refuse [ERRNO]  unplug  replug
+  detach                          refuse [ERRNO]  unplug  replug
+  claim                           busy  held  refuse [ERRNO]  unplug  replug
+  close                           unplug  replug
+  string                          stall  timeout  unplug  replug
+  command NAME                    stall  timeout  unplug  replug
+  reply NAME                      stall  timeout  unplug  replug  zero  short N  delay MS
+                                  stray N  garbage N  truncate N  status N  feeder N  flip
+  marker, block, end              stall  timeout  unplug  replug  zero  short N  delay MS
+                                  stray N  garbage N  truncate N  jam
+  page                            cut N
+NAME: cancel feeder-status properties lock start unlock wake
+
+  stall     the transfer fails; the endpoint stays halted until the device is configured anew
+  timeout   this and every later transfer is never answered until the device is configured anew
+  unplug    the device disappears; replug: and comes back at once under another file number
+  refuse    the call fails with ERRNO (1, not permitted, if none is given)
+  busy      a kernel driver holds the interface until it is detached
+  held      the interface is busy, detached or not
+  zero      a transfer of no bytes comes first
+  short     the transfer ends after N bytes (1); the rest follows as a transfer of its own
+  delay     it comes MS milliseconds late (1000)
+  stray     N bytes of garbage (8) come first; garbage: come instead
+  truncate  only the first N bytes (5) come
+  status    the reply has status N (136); feeder: has feeder status N
+  flip      the reply has the flip flag set
+  jam       a paper jam is reported instead, and the page is over
+  cut       the page ends N bytes (1) early
+)";
+}
+
+}  // namespace scansim

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Model.h"
+
+namespace scansim {
+
+// Moments of a device's life at which a fault can be asked for.
+enum class FaultEvent {
+    Open,
+    SetConfiguration,
+    Claim,
+    Detach,
+    Release,
+    Close,
+    String,
+    Command,
+    Reply,
+    Page,
+    Marker,
+    Block,
+    End
+};
+
+enum class FaultAction {
+    Stall,
+    Timeout,
+    Unplug,
+    Replug,
+    Refuse,
+    Busy,
+    Held,
+    Zero,
+    Short,
+    Delay,
+    Stray,
+    Garbage,
+    Truncate,
+    Status,
+    Feeder,
+    Flip,
+    Jam,
+    Cut
+};
+
+struct Fault {
+    FaultAction action;
+    std::uint32_t argument;
+};
+
+// The rules "EVENT [COMMAND] [N|always]: ACTION [ARGUMENT]" of one device.
+class FaultScript {
+public:
+    // Throws InputError for text that is not a rule, or an action that the event cannot have.
+    void add(const std::string& rule);
+
+    // An event happens; the answer is what goes wrong with it, if anything.
+    std::optional<Fault> happen(FaultEvent event);
+    std::optional<Fault> happen(FaultEvent event, CommandId command);
+
+    // The grammar, for --help.
+    static std::string help();
+
+private:
+    struct Rule {
+        FaultEvent event;
+        std::optional<CommandId> command;
+        std::uint32_t occurrence;  // 0: always
+        std::uint32_t seen;
+        Fault fault;
+    };
+
+    std::optional<Fault> match(FaultEvent event, std::optional<CommandId> command);
+
+    std::vector<Rule> rules_;
+};
+
+}  // namespace scansim

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "Bytes.h"
+
+namespace scansim {
+
+// Writes the pages that a scanner plays as PNM files, in the way a front end should see them.
+class PageRecorder {
+public:
+    // Files are `prefix` + "NNN.pnm", numbered from 1. An empty prefix records nothing.
+    explicit PageRecorder(std::string prefix = {});
+    ~PageRecorder();
+    PageRecorder(const PageRecorder&) = delete;
+    PageRecorder& operator=(const PageRecorder&) = delete;
+
+    void beginPage(std::uint32_t pixels, std::uint32_t channels);
+    void writeLine(const std::uint8_t* line);
+
+    // Notes the number of lines written; a file of fewer lines than asked for is complete, too.
+    void endPage();
+
+private:
+    void writeHeader();
+
+    std::string prefix_;
+    std::FILE* file_ = nullptr;
+    unsigned pages_ = 0;
+    std::uint32_t pixels_ = 0;
+    std::uint32_t channels_ = 0;
+    std::uint32_t lines_ = 0;
+};
+
+}  // namespace scansim

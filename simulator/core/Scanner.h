@@ -1,0 +1,123 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "Command.h"
+#include "FaultScript.h"
+#include "Journal.h"
+#include "PageRecorder.h"
+#include "PageStream.h"
+#include "PaperTray.h"
+#include "Records.h"
+
+namespace scansim {
+
+// What became of a host's transfer.
+enum class TransferResult {
+    Done,
+    Nothing,  // the device has nothing to say (now, or ever)
+    Stall,
+    Unplug,
+    Replug
+};
+
+// The protocol side of one scanner: commands in, replies and image data out. It does no I/O of
+// its own and keeps no time but the one it is told; whoever carries the bytes is its host side.
+class Scanner {
+public:
+    // All four have to outlive the scanner. Throws InputError when a paper cannot be read.
+    Scanner(const Model& model, FaultScript& faults, Journal& journal, PageRecorder& recorder);
+
+    // The host sends one whole command.
+    TransferResult write(const Bytes& bytes);
+
+    // The host asks for up to `capacity` bytes; `out` gets what there is. A transfer ends where the
+    // scanner ends it, so less than `capacity` may come while more waits.
+    TransferResult read(std::size_t capacity, Bytes& out);
+
+    // The host (re)starts the conversation: whatever was queued, locked or hung is forgotten.
+    void reset();
+
+    // The host went away without a further word.
+    void hostLeft();
+
+    void setNow(std::uint64_t milliseconds) { now_ = milliseconds; }
+
+    // When something that waits for its time can be read.
+    std::optional<std::uint64_t> nextWake() const;
+
+    void loadSheets(std::uint32_t count) { sheets_ = count; }
+    std::uint32_t sheets() const { return sheets_; }
+    unsigned pagesStarted() const { return pagesStarted_; }
+    bool isLocked() const { return isLocked_; }
+
+private:
+    struct Transfer {
+        Bytes bytes;
+        std::size_t sent = 0;
+        std::size_t end = 0;        // the transfer ends here first, the rest is another one
+        bool joinsNext = false;     // the next transfer follows without a gap
+        bool isPlainBlock = false;  // image data without delay or fault
+        bool isZeroFirst = false;
+        std::optional<TransferResult> failure;
+        bool isNever = false;
+        std::uint64_t notBefore = 0;
+    };
+
+    void handle(const Command& command);
+    void wake();
+    void answer(CommandId id);
+    void answerProperties();
+    void lock(const Command& command);
+    void start(const Command& command);
+    void unlock();
+    void cancel();
+
+    SourceKind sourceOf(const ScanRequest& request, bool& isKnown) const;
+    bool canScan(const ScanRequest& request, SourceKind source);
+    void startPage(const ScanRequest& request, SourceKind source);
+    void queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth);
+    Condition reply(CommandId id, Condition condition, const Bytes& data = {});  // as it was sent
+    Bytes flipData(bool isFlipped) const;
+    Condition condition(CommandId id) const;
+    Condition condition() const;
+
+    bool refill();
+    void queueBlock();
+    void queueEnd(RecordCode code);
+    void finishPage(RecordCode code);
+    void queueTransfer(Bytes bytes, const std::optional<Fault>& fault, std::deque<Transfer>& queue);
+    std::deque<Transfer>& replyQueue() { return page_ ? repliesAfterPage_ : queue_; }
+    void noteFault(const Fault& fault);
+    TransferResult takeBytes(std::size_t capacity, Bytes& out);
+
+    const Model& model_;
+    FaultScript& faults_;
+    Journal& journal_;
+    PageRecorder& recorder_;
+    PaperTray glass_;
+    PaperTray feeder_;
+
+    std::uint64_t now_ = 0;
+    std::uint64_t nextBlockTime_ = 0;
+    std::uint32_t sheets_;
+    std::uint32_t sheetsFed_ = 0;
+    unsigned pagesStarted_ = 0;
+
+    bool isAwake_ = false;
+    bool isLocked_ = false;
+    bool isScanning_ = false;
+    bool isHung_ = false;
+    bool isDisturbed_ = false;  // a fault has given the host a reason for unusual behaviour
+    Bytes lockParameters_;
+
+    std::shared_ptr<const Paper> paper_;
+    std::unique_ptr<PageStream> page_;
+    std::optional<std::uint32_t> blocksUntilCancelled_;
+    std::deque<Transfer> queue_;
+    std::deque<Transfer> repliesAfterPage_;
+};
+
+}  // namespace scansim

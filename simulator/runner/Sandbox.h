@@ -1,0 +1,32 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace scansim {
+
+// This machine or user cannot have a sandbox; the message tells what is missing and how to get it.
+class SandboxError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// A private view of the file system for this process and its children: an empty /etc/sane.d with
+// a simulated usbfs below it. It goes away with the last process in it.
+class Sandbox {
+public:
+    // Throws SandboxError.
+    Sandbox();
+
+    // Hides /tmp behind an empty one.
+    void makePrivateTmp();
+
+    // Mounts the simulated usbfs; gives the FUSE connection, which is the caller's to serve and close.
+    int mountUsbFs();
+
+    static std::string saneFolder() { return "/etc/sane.d"; }
+    static std::string privateFolder() { return saneFolder() + "/simulated"; }
+    static std::string usbFolder() { return privateFolder() + "/usb"; }
+};
+
+}  // namespace scansim

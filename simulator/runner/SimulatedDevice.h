@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "FaultScript.h"
+#include "Journal.h"
+#include "Model.h"
+#include "PageRecorder.h"
+#include "Scanner.h"
+#include "UsbDevice.h"
+
+namespace scansim {
+
+// One scanner of the simulation with everything that belongs to it.
+class SimulatedDevice {
+public:
+    // `number` counts from 1. Throws InputError.
+    SimulatedDevice(unsigned number, Model model, const std::string& recordFolder, std::FILE* trace,
+                    std::function<unsigned()> nextFileNumber);
+
+    const Model& model() const { return model_; }
+    UsbDevice& usb() { return usb_; }
+    Scanner& scanner() { return scanner_; }
+    Journal& journal() { return journal_; }
+
+    // Carries out what follows "device N: " in a control line; the answer is a line of text.
+    std::string control(const std::string& line);
+
+private:
+    std::string state();
+
+    Model model_;
+    std::string name_;
+    FaultScript faults_;
+    Journal journal_;
+    PageRecorder recorder_;
+    Scanner scanner_;
+    UsbDevice usb_;
+};
+
+}  // namespace scansim

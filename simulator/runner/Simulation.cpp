@@ -1,0 +1,344 @@
+#include "Simulation.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "ModelFile.h"
+#include "Sandbox.h"
+#include "Text.h"
+
+namespace scansim {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kComplained = 99;
+constexpr const char* kModelSuffix = ".model";
+
+std::string orElse(const std::string& value, const std::string& otherwise) {
+    return value.empty() ? otherwise : value;
+}
+
+std::string modelsFolderOr(const std::string& given) {
+    if (!given.empty()) {
+        return given;
+    }
+    std::error_code error;
+    const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "models";
+    return fs::is_directory(SCANSIM_MODELS_DIR, error) ? SCANSIM_MODELS_DIR : beside.string();
+}
+
+std::uint64_t nowMs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+sigset_t handledSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
+        sigaddset(&set, signal);
+    }
+    return set;
+}
+
+int exitStatus(int waitStatus) {
+    return WIFSIGNALED(waitStatus) ? 128 + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
+}
+
+// Every transfer makes the command and this process wait for each other. On one CPU that is a
+// switch between two processes; on two it is a wake-up, which costs several times as much.
+void stayOnThisCpu() {
+    const int cpu = sched_getcpu();
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (cpu >= 0) {
+        CPU_SET(static_cast<unsigned>(cpu), &set);
+        sched_setaffinity(0, sizeof set, &set);
+    }
+}
+
+// Fetches every child that has ended; true if `child` is among them.
+bool reapChildren(pid_t child, int& status) {
+    bool isOver = false;
+    int waitStatus = 0;
+    for (pid_t pid; (pid = waitpid(-1, &waitStatus, WNOHANG)) > 0;) {
+        if (pid == child) {
+            status = exitStatus(waitStatus);
+            isOver = true;
+        }
+    }
+    return isOver;
+}
+
+}  // namespace
+
+Simulation::Simulation(const Options& options)
+    : options_(options), saneConfig_(orElse(options.configFolder, SCANSIM_CONFIG_DIR)) {
+    openLog();
+    const std::string recordFolder = openRecordFolder();
+    for (const DeviceOptions& device : options_.devices) {
+        Model model = ModelFile::load(modelPath(device.model, options_.modelsFolder), device.settings);
+        saneConfig_.addDevice(model, device.features);
+        const auto number = static_cast<unsigned>(devices_.size() + 1);
+        devices_.push_back(std::make_unique<SimulatedDevice>(number, std::move(model), recordFolder, log_,
+                                                             [this] { return ++lastFileNumber_; }));
+    }
+    if (!options_.backends.empty()) {
+        saneConfig_.setBackends(options_.backends);
+    }
+}
+
+Simulation::~Simulation() {
+    fs_.reset();
+    devices_.clear();
+    if (log_ != nullptr && log_ != stderr) {
+        std::fclose(log_);
+    }
+    if (recordFd_ >= 0) {
+        close(recordFd_);
+    }
+}
+
+void Simulation::openLog() {
+    if (options_.logFile == "-") {
+        log_ = stderr;
+    } else if (!options_.logFile.empty()) {
+        log_ = std::fopen(options_.logFile.c_str(), "we");
+        if (log_ == nullptr) {
+            throw InputError(options_.logFile + ": " + std::strerror(errno));
+        }
+    }
+}
+
+// The folder is kept by descriptor: inside the sandbox its name may mean another one.
+std::string Simulation::openRecordFolder() {
+    if (options_.recordFolder.empty()) {
+        return {};
+    }
+    std::error_code error;
+    fs::create_directories(options_.recordFolder, error);
+    recordFd_ = open(options_.recordFolder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (recordFd_ < 0) {
+        throw InputError(options_.recordFolder + ": " + std::strerror(errno));
+    }
+    return "/proc/self/fd/" + std::to_string(recordFd_);
+}
+
+std::vector<std::string> Simulation::modelNames(const std::string& modelsFolder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(modelsFolderOr(modelsFolder), error)) {
+        if (entry.path().extension() == kModelSuffix) {
+            names.push_back(entry.path().stem().string());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string Simulation::modelPath(const std::string& name, const std::string& modelsFolder) {
+    if (name.find('/') != std::string::npos || fs::path(name).extension() == kModelSuffix) {
+        return name;
+    }
+    const std::string path = (fs::path(modelsFolderOr(modelsFolder)) / (name + kModelSuffix)).string();
+    if (!fs::exists(path)) {
+        throw InputError("no model '" + name + "' in " + modelsFolderOr(modelsFolder) + "; see --list-models");
+    }
+    return path;
+}
+
+void Simulation::writeConfiguration(const std::map<std::string, std::string>& files) const {
+    for (const auto& [name, text] : files) {
+        const std::string path = Sandbox::saneFolder() + "/" + name;
+        std::ofstream file(path, std::ios::binary);
+        file << text;
+        if (!file.flush()) {
+            throw std::runtime_error("cannot write " + path);
+        }
+    }
+}
+
+void Simulation::setEnvironment() const {
+    const std::string modules = orElse(options_.modulesFolder, SCANSIM_MODULES_DIR);
+    if (!fs::is_directory(modules)) {
+        std::fprintf(stderr, "scanner-sim: no folder %s with backend libraries is to be seen inside\n", modules.c_str());
+    }
+    const char* others = std::getenv("LD_LIBRARY_PATH");
+    const std::string path = fs::absolute(modules).string() + (others != nullptr ? std::string(":") + others : "");
+    setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+    setenv("SANE_CONFIG_DIR", Sandbox::saneFolder().c_str(), 1);
+    setenv("USB_DEVFS_PATH", Sandbox::usbFolder().c_str(), 1);
+    setenv("SCANNER_SIM_CONTROL", (Sandbox::privateFolder() + "/control").c_str(), 1);
+}
+
+int Simulation::run() {
+    const std::map<std::string, std::string> files = saneConfig_.files(Sandbox::saneFolder());
+    Sandbox sandbox;
+    writeConfiguration(files);
+    const int fuse = sandbox.mountUsbFs();
+    if (options_.hasPrivateTmp) {
+        sandbox.makePrivateTmp();
+    }
+    std::vector<UsbDevice*> usbDevices;
+    for (const auto& device : devices_) {
+        usbDevices.push_back(&device->usb());
+    }
+    fs_ = std::make_unique<UsbFs>(usbDevices);
+    fs_->serve(fuse);
+    control_ = std::make_unique<ControlChannel>(Sandbox::privateFolder() + "/control",
+                                                [this](const std::string& line) { return control(line); });
+    setEnvironment();
+    if (!options_.mayUseAllCpus) {
+        stayOnThisCpu();
+    }
+
+    // Orphans of the command stay below this process, whose memory it may reach into only so.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const sigset_t handled = handledSignals();
+    sigset_t old;
+    sigprocmask(SIG_BLOCK, &handled, &old);
+    const int signals = signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK);
+    const int status = loop(startCommand(&old), signals);
+    close(signals);
+    return complaintCount() > 0 && !options_.isTolerant ? kComplained : status;
+}
+
+pid_t Simulation::startCommand(const void* oldSignals) const {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child < 0) {
+        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+    }
+    if (child > 0) {
+        return child;
+    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(1);
+    }
+    sigprocmask(SIG_SETMASK, static_cast<const sigset_t*>(oldSignals), nullptr);
+    std::vector<char*> arguments;
+    for (const std::string& argument : options_.command) {
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    const int error = errno;
+    std::fprintf(stderr, "scanner-sim: %s: %s\n", arguments[0], std::strerror(error));
+    _exit(error == ENOENT ? 127 : 126);
+}
+
+int Simulation::loop(pid_t child, int signals) {
+    int status = 0;
+    for (;;) {
+        std::vector<pollfd> descriptors = {{fs_->fd(), POLLIN, 0}, {signals, POLLIN, 0}};
+        control_->addTo(descriptors);
+        const int ready = poll(descriptors.data(), descriptors.size(), timeout());
+        const std::uint64_t now = nowMs();
+        for (const auto& device : devices_) {
+            device->scanner().setNow(now);
+        }
+        if (ready <= 0) {
+            fs_->devicesChanged();
+            continue;
+        }
+        if (descriptors[1].revents != 0 && handleSignals(child, signals, status)) {
+            return status;
+        }
+        if (descriptors[0].revents != 0 && !fs_->handleRequest()) {
+            throw std::runtime_error("the simulated usbfs was unmounted");
+        }
+        control_->handle(descriptors);
+    }
+}
+
+// Until a delayed transfer is due; -1 if none is waiting.
+int Simulation::timeout() {
+    const std::uint64_t now = nowMs();
+    int timeout = -1;
+    for (const auto& device : devices_) {
+        if (const auto wake = device->scanner().nextWake()) {
+            const int left = static_cast<int>(*wake > now ? *wake - now : 0);
+            timeout = timeout < 0 ? left : std::min(timeout, left);
+        }
+    }
+    return timeout;
+}
+
+// True when the command is over. A signal typed at the terminal has reached the command already.
+bool Simulation::handleSignals(pid_t child, int signals, int& status) const {
+    signalfd_siginfo info;
+    while (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        if (info.ssi_signo == SIGCHLD) {
+            if (reapChildren(child, status)) {
+                return true;
+            }
+        } else if (info.ssi_code != SI_KERNEL) {
+            kill(child, static_cast<int>(info.ssi_signo));
+        }
+    }
+    return false;
+}
+
+std::string Simulation::control(const std::string& line) {
+    try {
+        if (line == "complaints?") {
+            std::string answer = std::to_string(complaintCount());
+            for (const auto& device : devices_) {
+                for (const std::string& complaint : device->journal().complaints()) {
+                    answer += "\n" + complaint;
+                }
+            }
+            return answer;
+        }
+        if (line == "forget-complaints") {
+            for (const auto& device : devices_) {
+                device->journal().forgetComplaints();
+            }
+            return "ok";
+        }
+        return controlDevice(line);
+    } catch (const InputError& error) {
+        return std::string("error: ") + error.what();
+    }
+}
+
+// "device N: WHAT"
+std::string Simulation::controlDevice(const std::string& line) {
+    const std::size_t colon = line.find(':');
+    const std::vector<std::string> left = words(line.substr(0, colon));
+    if (colon == std::string::npos || left.size() != 2 || left[0] != "device") {
+        throw InputError("'" + line + "' is no control line; see --help");
+    }
+    const std::size_t number = parseNumber(left[1], 1, static_cast<std::uint32_t>(devices_.size()));
+    const std::string answer = devices_[number - 1]->control(trimmed(line.substr(colon + 1)));
+    fs_->devicesChanged();
+    return answer;
+}
+
+std::size_t Simulation::complaintCount() const {
+    std::size_t count = 0;
+    for (const auto& device : devices_) {
+        count += device->journal().complaints().size();
+    }
+    return count;
+}
+
+}  // namespace scansim

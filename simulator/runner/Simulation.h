@@ -1,0 +1,56 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ControlChannel.h"
+#include "Options.h"
+#include "SaneConfig.h"
+#include "SimulatedDevice.h"
+#include "UsbFs.h"
+
+namespace scansim {
+
+// Simulated scanners, the sandbox that shows them, and the command that runs in it.
+class Simulation {
+public:
+    // Reads everything that is read from outside the sandbox. Throws InputError.
+    explicit Simulation(const Options& options);
+    ~Simulation();
+    Simulation(const Simulation&) = delete;
+    Simulation& operator=(const Simulation&) = delete;
+
+    // The exit status. Throws SandboxError, std::runtime_error.
+    int run();
+
+    // Path of the model file that an option names. Throws InputError.
+    static std::string modelPath(const std::string& name, const std::string& modelsFolder);
+    static std::vector<std::string> modelNames(const std::string& modelsFolder);
+
+private:
+    void openLog();
+    std::string openRecordFolder();
+    void writeConfiguration(const std::map<std::string, std::string>& files) const;
+    void setEnvironment() const;
+    pid_t startCommand(const void* oldSignals) const;
+    int loop(pid_t child, int signals);
+    bool handleSignals(pid_t child, int signals, int& status) const;
+    int timeout();
+    std::string control(const std::string& line);
+    std::string controlDevice(const std::string& line);
+    std::size_t complaintCount() const;
+
+    Options options_;
+    std::FILE* log_ = nullptr;
+    int recordFd_ = -1;
+    unsigned lastFileNumber_ = 1;
+    SaneConfig saneConfig_;
+    std::vector<std::unique_ptr<SimulatedDevice>> devices_;
+    std::unique_ptr<UsbFs> fs_;
+    std::unique_ptr<ControlChannel> control_;
+};
+
+}  // namespace scansim

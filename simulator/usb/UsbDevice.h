@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <set>
+
+#include "FaultScript.h"
+#include "Journal.h"
+#include "Model.h"
+#include "Scanner.h"
+
+namespace scansim {
+
+// One bulk transfer that a program has handed in. `tag` is the program's own name for it.
+struct Urb {
+    std::uint64_t tag = 0;
+    std::uint64_t buffer = 0;
+    std::int32_t pid = 0;
+    std::uint8_t endpoint = 0;
+    std::size_t length = 0;
+    Bytes data;          // OUT: what is sent; IN, when completed: what came
+    int status = 0;      // when completed: 0 or a negative errno
+    std::size_t actual = 0;
+};
+
+// One open device file: what its program has claimed, handed in and not yet fetched.
+struct UsbClient {
+    std::set<unsigned> claims;
+    std::deque<Urb> pending;
+    std::deque<Urb> completed;
+    bool isGone = false;  // the device was unplugged under it
+};
+
+struct ControlRequest {
+    std::uint8_t requestType = 0;
+    std::uint8_t request = 0;
+    std::uint16_t value = 0;
+    std::uint16_t length = 0;
+};
+
+// A scanner on the bus, as the kernel's usbfs would show it. Operations return 0 or an errno.
+class UsbDevice {
+public:
+    // All but `nextNumber`, which gives a fresh device file number, have to outlive the device.
+    UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal,
+              std::function<unsigned()> nextNumber);
+
+    const Model& model() const { return model_; }
+    Scanner& scanner() { return scanner_; }
+    Journal& journal() { return journal_; }
+    FaultScript& faults() { return faults_; }
+
+    bool isPlugged() const { return isPlugged_; }
+    unsigned number() const { return number_; }
+    void unplug();
+    void plug();
+
+    Bytes descriptors() const;
+
+    int open(UsbClient& client, bool forWriting);
+    void close(UsbClient& client);
+    int claim(UsbClient& client, unsigned interface);
+    int release(UsbClient& client, unsigned interface);
+    int detachDriver(unsigned interface);
+    int setConfiguration(unsigned value);
+    int clearHalt(std::uint8_t endpoint);
+    int reset();
+    int control(const ControlRequest& request, Bytes& answer);
+    int submit(UsbClient& client, Urb urb);
+    int discard(UsbClient& client, std::uint64_t tag);
+
+    // Moves what the scanner has ready into waiting transfers.
+    void pump();
+
+private:
+    int carryOut(FaultEvent event);
+    int carryOut(const std::optional<Fault>& fault);
+    void vanish(TransferResult result);
+    bool isHalted(std::uint8_t endpoint) const { return halted_.count(endpoint) > 0; }
+    int string(std::uint8_t index, Bytes& answer);
+    std::optional<unsigned> interfaceOf(std::uint8_t endpoint) const;
+    std::uint8_t scannerEndpoint(bool isIn) const;
+    bool isClaimedByOther(const UsbClient& client, unsigned interface) const;
+    bool isAnyClaimed() const;
+    int checkInterface(UsbClient& client, unsigned interface);
+    void write(UsbClient& client, Urb urb);
+    bool read(UsbClient& client);
+    void complete(UsbClient& client, Urb urb, int status);
+
+    const Model& model_;
+    Scanner& scanner_;
+    FaultScript& faults_;
+    Journal& journal_;
+    std::function<unsigned()> nextNumber_;
+    bool isPlugged_ = false;
+    unsigned number_ = 0;
+    bool hasDriver_;
+    std::set<std::uint8_t> halted_;
+    std::set<UsbClient*> clients_;
+};
+
+}  // namespace scansim
