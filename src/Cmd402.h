@@ -1,0 +1,13 @@
+// Command encoding of protocol version 402.
+#pragma once
+
+#include "Cmd326.h"
+
+class Cmd402 : public Cmd326 {
+public:
+    Cmd402();
+    ~Cmd402() override;
+
+    int getCommand(unsigned char** out, int* len) override;
+    void appendData(unsigned char** cmd) override;
+};

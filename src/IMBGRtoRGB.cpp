@@ -1,0 +1,47 @@
+#include "IMBGRtoRGB.h"
+
+#include "ImageData.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+namespace {
+
+constexpr int kPixelBytes = 3;
+
+// Swaps the outer bytes of the pixels from first on, while they start before end and lie
+// within the len bytes at data.
+void swapPixels(unsigned char* data, std::int64_t first, std::int64_t end, int len)
+{
+    const std::int64_t last = std::min<std::int64_t>(end, len - 2);
+    for (std::int64_t j = first; j < last; j += kPixelBytes) {
+        std::swap(data[j], data[j + 2]);
+    }
+}
+
+}  // namespace
+
+IMBGRtoRGB::~IMBGRtoRGB() = default;
+
+int IMBGRtoRGB::Perform(ImageData* img, int len)
+{
+    const int stride = img->GetStride();
+    unsigned char* data = img->GetRawDataPtr();
+    if (len < 1 || img->GetTripletType() != BGR || stride < 1 || data == nullptr) {
+        return 0;
+    }
+    len = std::min(len, img->GetRawDataSize());
+    const int lines = len / stride;
+    const std::int64_t lineBytes =
+        static_cast<std::int64_t>(img->GetScanWidth()) * img->GetNumOfChannels();
+    for (int i = 1; i <= lines; ++i) {
+        // The bound counts whole lines of pixels from the start, which is the end of this
+        // line only while lines have no padding.
+        swapPixels(data, static_cast<std::int64_t>(i - 1) * stride, i * lineBytes, len);
+    }
+    // A rest is bounded by its own size, counted from the start as well.
+    const int rest = len % stride;
+    swapPixels(data, static_cast<std::int64_t>(lines) * stride, rest - 2, len);
+    return 1;
+}

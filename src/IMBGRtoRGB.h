@@ -1,0 +1,10 @@
+// Swaps the colour order of BGR scans.
+#pragma once
+
+#include "IManipulation.h"
+
+class IMBGRtoRGB : public IManipulation {
+public:
+    ~IMBGRtoRGB() override;
+    int Perform(ImageData* img, int len) override;
+};

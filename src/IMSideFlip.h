@@ -1,0 +1,10 @@
+// Mirrors each line left to right.
+#pragma once
+
+#include "IManipulation.h"
+
+class IMSideFlip : public IManipulation {
+public:
+    ~IMSideFlip() override;
+    int Perform(ImageData* img, int len) override;
+};

@@ -1,0 +1,12 @@
+// An in-place manipulation of whole image lines.
+#pragma once
+
+class ImageData;
+
+class IManipulation {
+public:
+    virtual ~IManipulation() = default;
+
+    // Works on the first len raw bytes of img. 1: done, 0: nothing to do.
+    virtual int Perform(ImageData* img, int len) = 0;
+};

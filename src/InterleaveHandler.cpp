@@ -1,0 +1,138 @@
+#include "InterleaveHandler.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+// Bytes of one interleaved line, which may be more than an int holds.
+std::int64_t lineLength(const ImageData& img)
+{
+    return static_cast<std::int64_t>(img.GetInterleaveWidth()) * img.GetNumOfChannels();
+}
+
+// A half-line whose pixels are taken in order; outside of it every byte is zero.
+struct HalfLine {
+    const unsigned char* bytes;
+    std::int64_t size;
+
+    void copyPixel(std::int64_t position, unsigned char* to, int channels) const
+    {
+        for (int c = 0; c < channels; ++c) {
+            const std::int64_t at = position + c;
+            to[c] = at >= 0 && at < size ? bytes[at] : 0;
+        }
+    }
+};
+
+// The merged line, computed pixel by pixel where it is needed.
+class MergedLine {
+public:
+    // available: how many of the line's bytes are there; the rest is zero.
+    MergedLine(const unsigned char* line, std::int64_t length, std::int64_t available,
+               int channels, std::int64_t trim)
+        : length_(length), channels_(channels), trim_(trim)
+    {
+        const std::int64_t half = length / 2;
+        const std::int64_t inA = std::clamp<std::int64_t>(available, 0, half);
+        const std::int64_t inB = std::clamp<std::int64_t>(available - half, 0, half);
+        a_ = {line, inA};
+        b_ = {line + inA, inB};
+    }
+
+    // Writes size bytes of the merged line from pixel first on.
+    void write(std::int64_t first, unsigned char* to, int size) const
+    {
+        unsigned char pixel[4] = {};
+        std::int64_t index = first;
+        for (int done = 0; done < size; ++index) {
+            copyPixel(index, pixel);
+            const int n = std::min(channels_, size - done);
+            memcpy(to + done, pixel, static_cast<size_t>(n));
+            done += n;
+        }
+    }
+
+private:
+    void copyPixel(std::int64_t index, unsigned char* pixel) const
+    {
+        const std::int64_t position = index * channels_;
+        if (index < 0 || position >= length_) {
+            memset(pixel, 0, static_cast<size_t>(channels_));
+            return;
+        }
+        // The parity of the byte position decides, so that with an even number of
+        // channels every pixel comes from the first half.
+        const bool alternates = channels_ % 2 != 0;
+        const HalfLine& half = alternates && index % 2 != 0 ? b_ : a_;
+        const std::int64_t inHalf = alternates ? index / 2 : index;
+        half.copyPixel((trim_ + inHalf) * channels_, pixel, channels_);
+    }
+
+    std::int64_t length_;
+    int channels_;
+    std::int64_t trim_;
+    HalfLine a_{};
+    HalfLine b_{};
+};
+
+}  // namespace
+
+InterleaveHandler::~InterleaveHandler() = default;
+
+void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
+{
+    const int fullWidth = img->GetInterleaveWidth();
+    const int channel = img->GetNumOfChannels();
+    int croppedWidth = img->GetStride();
+    const int horizontalOffset = img->GetInterleaveOffsetX();
+    const int trimmedPixel = img->GetInterleaveTrim();
+    SL_TRACE("fullWidth = %d", fullWidth);
+    SL_TRACE("channel = %d", channel);
+    SL_TRACE("croppedWidth = %d", croppedWidth);
+    SL_TRACE("horizontalOffset = %d", horizontalOffset);
+    SL_TRACE("trimmedPixel = %d", trimmedPixel);
+
+    const std::int64_t length = lineLength(*img);
+    if (length < 1 || channel < 1) {
+        return;
+    }
+    const int taken = static_cast<int>(std::min<std::int64_t>(length, in->GetProcessedDataSize()));
+    unsigned char* room = img->ExtendRawData(&croppedWidth);
+    if (room != nullptr) {
+        const MergedLine line(in->GetProcessedDataPtr(), length, taken, channel, trimmedPixel);
+        line.write(horizontalOffset, room, croppedWidth);
+    }
+    in->DiscardProcessedData(taken);
+}
+
+int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
+{
+    SL_START();
+    if (img->GetInterleave() == 0) {
+        SL_TRACE("Interleaving is not needed.");
+        const int ready = in->GetProcessedDataSize();
+        const int moved = in->GetProcessedData(img, ready);
+        SL_RETURN(moved == ready ? 0 : -1);
+    }
+    const std::int64_t InterleaveStride = lineLength(*img);
+    SL_TRACE("InterleaveStride = %d", static_cast<int>(InterleaveStride));
+    if (InterleaveStride < 1 || InterleaveStride > in->GetProcessedDataSize()) {
+        SL_TRACE("Cannot perform interleaving since data is not enough!");
+        SL_RETURN(-1);
+    }
+    while (in->GetProcessedDataSize() >= InterleaveStride) {
+        SL_TRACE("ScanData->GetProcessedDataSize = %d", in->GetProcessedDataSize());
+        InterleaveLine(in, img);
+    }
+    SL_RETURN(1);
+}
+
+void InterleaveHandler::Finish(DataBuffer* in, ImageData* img)
+{
+    DoInterleave(in, img);
+    if (img->GetInterleave() != 0 && in->GetProcessedDataSize() > 0) {
+        InterleaveLine(in, img);
+    }
+}

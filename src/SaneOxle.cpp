@@ -1,0 +1,4 @@
+// The entry points for the backend name Oxle09.
+#include "SaneEntryPoints.h"
+
+SCANLIB_ENTRY_POINTS(sane_Oxle09_)

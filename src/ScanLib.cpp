@@ -1,0 +1,786 @@
+#include "ScanLib.h"
+
+#include "CProps.h"
+#include "CResponse.h"
+#include "DataBuffer.h"
+#include "DeCompHandler.h"
+#include "Device.h"
+#include "FlatFileReader.h"
+#include "ICommand.h"
+#include "ICommunication.h"
+#include "ImageData.h"
+#include "InterleaveHandler.h"
+#include "RawDataHandler.h"
+#include "SaneConfReader.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <new>
+#include <optional>
+#include <string>
+
+#include <execinfo.h>
+#include <fcntl.h>
+#include <sane/sane.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kPathSize = 128;
+constexpr int kFrames = 10;
+constexpr const char* kLibraryPrefix = "libsane-";
+constexpr const char* kFallbackPath = "/etc/sane.d/Quillon_1_0_0.conf";
+constexpr int kNoConfiguration = 17;
+
+constexpr int kScannerFlatbed = 1;
+constexpr int kScannerFlatbedAndFeeder = 4;
+constexpr int kScannerFeeder = 5;
+constexpr int kFeederSource = 2;
+
+constexpr int kScratchSize = 32768;
+constexpr std::chrono::seconds kFlushLimit{10};
+constexpr std::chrono::seconds kUnlockLimit{5};
+
+// Feeder status of the device.
+constexpr int kFeederAbsent = 0;
+constexpr int kFeederEmpty = 1;
+constexpr int kFeederLoaded = 2;
+
+// Millimetres.
+constexpr double kTolerance = 0.005;
+constexpr double kSmallestExtent = 25.4;
+constexpr double kFullWidth = 216.0;
+constexpr double kNarrowedWidth = 215.0;
+constexpr int kLastNarrowDpi = 299;
+
+constexpr const char* kEditsSwitch = "SCAN_DEVICE_WITH_EDITS";
+constexpr const char* kEditsMarker = "/tmp/scan_problem.dump";
+
+// touch, but never through a symbolic link that somebody left in /tmp.
+void touchMarker()
+{
+    const int fd = open(kEditsMarker, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
+                        S_IRUSR | S_IWUSR);
+    if (fd >= 0) {
+        futimens(fd, nullptr);
+        close(fd);
+    }
+}
+
+}  // namespace
+
+ScanLib::ScanLib() = default;
+
+ScanLib::~ScanLib()
+{
+    pCfgReader.reset();
+    Buffer.reset();
+    MyDecompressor.reset();
+    pCmd.reset();
+    pComm.reset();
+    Image.reset();
+    ImageHandler.reset();
+    Interleaver.reset();
+    pSaneConfReader.reset();
+}
+
+bool ScanLib::ConfigPathFromSymbol(const char* symbol, char* out, int size)
+{
+    if (size < 1 || strcasestr(symbol, kLibraryPrefix) == nullptr) {
+        return false;
+    }
+    std::string pieces = symbol;
+    char* rest = nullptr;
+    const char* piece = strtok_r(pieces.data(), "/", &rest);
+    while (piece != nullptr && strcasestr(piece, kLibraryPrefix) == nullptr) {
+        piece = strtok_r(nullptr, "/", &rest);
+    }
+    if (piece == nullptr) {
+        return false;
+    }
+    std::string name = strchr(piece, '-') + 1;
+    name.resize(std::min(name.size(), name.find('.')));
+    snprintf(out, static_cast<size_t>(size), "%s%s%s", "/etc/sane.d/", name.c_str(), ".conf");
+    return true;
+}
+
+void ScanLib::GetBackendName(char* out, int size)
+{
+    void* frames[kFrames];
+    const int count = backtrace(frames, kFrames);
+    const std::unique_ptr<char*, decltype(&free)> symbols(backtrace_symbols(frames, count), free);
+    for (int i = 0; symbols && i < count; ++i) {
+        if (ConfigPathFromSymbol(symbols.get()[i], out, size)) {
+            return;
+        }
+        // As many bytes as there are frames are cleared, whatever the size of out.
+        memset(out, 0, static_cast<size_t>(std::clamp(count, 0, std::max(size, 0))));
+    }
+}
+
+int ScanLib::GetScanners(char*** list, int* count)
+{
+    const CLogger log;
+    SL_START_TO(log);
+    char path[kPathSize] = "";
+    GetBackendName(path, sizeof path);
+    SL_TRACE_TO(log, "backend name is %s", path);
+    const std::unique_ptr<SaneConfReader> reader(new (std::nothrow) SaneConfReader);
+    if (!reader) {
+        SL_TRACE_TO(log, "Unable to create SANE configuration reader");
+        SL_RETURN_TO(log, 1);
+    }
+    if (reader->LoadConf(path[0] != '\0' ? path : kFallbackPath) == 0) {
+        SL_RETURN_TO(log, kNoConfiguration);
+    }
+    SL_RETURN_TO(log, Device::getScanners(list, count, reader.get()));
+}
+
+int ScanLib::Open(const char* name)
+{
+    SL_START();
+    char path[kPathSize] = "";
+    GetBackendName(path, sizeof path);
+    pSaneConfReader.reset(new (std::nothrow) SaneConfReader);
+    if (!pSaneConfReader || pSaneConfReader->LoadConf(path) == 0) {
+        SL_TRACE("[ERROR] Unsupported backend");
+        SL_RETURN(SANE_STATUS_UNSUPPORTED);
+    }
+    SL_TRACE("Backend filename = %s", path);
+    AcquireImageStatus = 0;
+    ScanInProgress = 0;
+
+    SetIO(Device::CreateInstance(name, pSaneConfReader.get()));
+    if (!pComm) {
+        SL_TRACE("[ERROR] creating of communication object failed. SL_STATUS_DEVICE_BUSY");
+        SL_RETURN(SANE_STATUS_DEVICE_BUSY);
+    }
+    if (name != nullptr && pComm->openDevice() == TRANSPORT_OPEN_FAILED) {
+        SL_TRACE("[ERROR] SL_STATUS_DEVICE BUSY now");
+        SL_RETURN(SANE_STATUS_DEVICE_BUSY);
+    }
+    if (const int status = loadModel(); status != SANE_STATUS_GOOD) {
+        SL_RETURN(status);
+    }
+    SL_RETURN(setUpPipeline());
+}
+
+// Loads the feature file for the device and wakes it.
+int ScanLib::loadModel()
+{
+    const int vid = pComm->getVid();
+    const int pid = pComm->getPid();
+    SL_TRACE("vid is %X, pid is %X", static_cast<unsigned>(vid), static_cast<unsigned>(pid));
+    pCfgReader.reset(new (std::nothrow) FlatFileReader);
+    if (!pCfgReader || pCfgReader->LoadConfig(pSaneConfReader->GetFeatureFile(vid, pid)) == 0) {
+        SL_TRACE("[ERROR] Unsupported VID PID");
+        return SANE_STATUS_UNSUPPORTED;
+    }
+    Image = std::make_unique<ImageData>();
+    Buffer = std::make_unique<DataBuffer>();
+    SetComm(ICommand::createCmdInstance(GetIntValue("COMMANDVERSION")));
+    if (!pCmd) {
+        return SANE_STATUS_NO_MEM;
+    }
+    pCmd->setConfigReader(pCfgReader.get());
+    pCmd->setNpa(GetIntValue("ENABLE_NPA"));
+    pComm->setCommand(pCmd.get());
+
+    CResponse response;
+    if (GetIntValue("COMMANDVERSION") == 402 &&
+        pComm->writeCommand(COMMAND_WAKE, &response) != COMMAND_WAKE) {
+        SL_TRACE("[ERROR] unable to wake scanner");
+        return SANE_STATUS_IO_ERROR;
+    }
+    return SANE_STATUS_GOOD;
+}
+
+int ScanLib::setUpPipeline()
+{
+    SL_TRACE("loading device properties");
+    LoadScanDeviceProperties();
+    MyDecompressor = std::make_unique<DeCompHandler>();
+    Interleaver = std::make_unique<InterleaveHandler>();
+    ImageHandler = std::make_unique<RawDataHandler>();
+    ImageHandler->SetUp(pCfgReader.get());
+    if (GetIntValue("RESOLUTIONS") < 2) {
+        SL_TRACE("[ERROR] No resolutions found");
+        return SANE_STATUS_DEVICE_BUSY;
+    }
+    return SANE_STATUS_GOOD;
+}
+
+void ScanLib::SetIO(ICommunication* comm)
+{
+    pComm.reset(comm);
+    if (pComm) {
+        pComm->watchCancel(&cancelToken);
+    }
+}
+
+void ScanLib::SetComm(ICommand* cmd)
+{
+    pCmd.reset(cmd);
+}
+
+int ScanLib::GetIntValue(const char* key)
+{
+    SL_TRACE("key: %s", key);
+    return pCfgReader ? pCfgReader->GetIntOption(key) : 0;
+}
+
+bool ScanLib::SetIntValue(const char* key, int value)
+{
+    SL_TRACE("key: %s :: %d", key, value);
+    return pCfgReader && pCfgReader->SetIntOption(key, value) != 0;
+}
+
+double ScanLib::GetDoubleValue(const char* key)
+{
+    SL_TRACE("key: %s", key);
+    return pCfgReader ? pCfgReader->GetDoubleOption(key) : 0.0;
+}
+
+bool ScanLib::SetDoubleValue(const char* key, double value)
+{
+    SL_TRACE("key: %s", key);
+    return pCfgReader && pCfgReader->SetDoubleOption(key, value) != 0;
+}
+
+const char* ScanLib::GetStringValue(const char* key)
+{
+    SL_TRACE("key: %s", key);
+    return pCfgReader ? pCfgReader->GetStringOption(key) : nullptr;
+}
+
+bool ScanLib::SetStringValue(const char* key, const char* value)
+{
+    SL_TRACE("key: %s", key);
+    return pCfgReader && pCfgReader->SetStringOption(key, value) != 0;
+}
+
+void ScanLib::LoadScanDeviceProperties()
+{
+    SL_START();
+    CResponse response;
+    pComm->writeCommand(COMMAND_PROPERTIES, &response);
+    const CProps* properties = response.getProperties();
+    if (response.getReply() != COMMAND_PROPERTIES || properties == nullptr) {
+        SL_END();
+        return;
+    }
+    SetIntValue("COMPRESSIONTECH", properties->getCompression());
+    SL_TRACE("%s Compression Technology = %d", __func__, properties->getCompression());
+
+    for (int i = 0; i < properties->getNumOfSources(); ++i) {
+        const CSources* source = properties->getSource(i);
+        if (source == nullptr) {
+            break;
+        }
+        SetIntValue("SCANBARID", source->getBarId());
+        SL_TRACE("%s Scan Bar ID = %d", __func__, source->getBarId());
+        if (source->getType() == SOURCE_FLATBED) {
+            recordFlatbed(*source);
+        } else if (source->getType() == SOURCE_FEEDER) {
+            // Sources behind the feeder are not looked at.
+            recordFeeder(*source);
+            break;
+        }
+    }
+    SL_END();
+}
+
+void ScanLib::recordFlatbed(const CSources& source)
+{
+    static constexpr const char* kFunction = "LoadScanDeviceProperties";
+    SetIntValue("SCANNERTYPE", kScannerFlatbed);
+    SL_TRACE("%s Scanner Type = %d", kFunction, kScannerFlatbed);
+
+    int n = source.getNumOfRes();
+    int k = 1;
+    // Each unequal resolution takes the last one out of consideration, too.
+    for (int j = 0; j < n; ++j) {
+        const CScanRes* resolution = source.getScanRes(j);
+        if (resolution == nullptr || resolution->isEqual() != 1) {
+            --n;
+            continue;
+        }
+        int dpi = 0;
+        resolution->getHorRes(&dpi);
+        char szRes[32];
+        snprintf(szRes, sizeof szRes, "%s%d", "RESOLUTIONS_", k);
+        SetIntValue(szRes, dpi);
+        SL_TRACE("%s szRes = %s", kFunction, szRes);
+        ++k;
+    }
+    SetIntValue("RESOLUTIONS", k - 1);
+    SL_TRACE("%s Number of Resolutions = %d", kFunction, k - 1);
+}
+
+void ScanLib::recordFeeder(const CSources& source)
+{
+    static constexpr const char* kFunction = "LoadScanDeviceProperties";
+    const bool hasFlatbed = GetIntValue("SCANNERTYPE") != 0;
+    SetIntValue("SCANNERTYPE", hasFlatbed ? kScannerFlatbedAndFeeder : kScannerFeeder);
+    SetIntValue("SCAN_SOURCE_ADF", kFeederSource);
+
+    int limit = 0;
+    for (int j = 0; j < source.getNumOfRes(); ++j) {
+        const CScanRes* resolution = source.getScanRes(j);
+        int dpi = 0;
+        if (resolution != nullptr && resolution->isEqual() == 1) {
+            resolution->getHorRes(&dpi);
+        }
+        limit = std::max(limit, dpi);
+    }
+    SetIntValue("ADFDPILIMIT", limit);
+    SL_TRACE("%s ADF DPI Limit = %d", kFunction, limit);
+}
+
+// ---- start ------------------------------------------------------------------------
+
+int ScanLib::MapToSLSTATUS(int deviceStatus, int command)
+{
+    SL_TRACE("command: %d", command);
+    int code = SANE_STATUS_GOOD;
+    switch (deviceStatus) {
+    case 129:
+        code = SANE_STATUS_INVAL;
+        break;
+    case 130:
+    case 131:
+        code = SANE_STATUS_DEVICE_BUSY;
+        break;
+    case 132:
+    case 133:
+    case 134:
+        code = SANE_STATUS_IO_ERROR;
+        break;
+    case 136:
+        if (command == COMMAND_START) {
+            code = SANE_STATUS_INVAL;
+        } else if (command == COMMAND_LOCK) {
+            code = SANE_STATUS_DEVICE_BUSY;
+        }
+        break;
+    case 137:
+        code = SANE_STATUS_NO_MEM;
+        break;
+    default:
+        // Only the statuses above stop a job.
+        break;
+    }
+    SL_TRACE("::::::::::::::: METHOD END ::::::::::::::: code = %d", code);
+    return code;
+}
+
+int ScanLib::Start()
+{
+    SL_START();
+    if (!isReady()) {
+        SL_RETURN(SANE_STATUS_IO_ERROR);
+    }
+    int status = startJob();
+    if (cancelToken.isRequested()) {
+        status = cancelRunning();
+    }
+    SL_RETURN(status);
+}
+
+// Writes lock or start; the SANE status of the step.
+int ScanLib::writeJobCommand(int command, CResponse* response, const char* step)
+{
+    const int result = pComm->writeCommand(command, response);
+    if (result != command) {
+        SL_TRACE("WriteCmd %s failed ret = %d", step, result);
+        return SANE_STATUS_IO_ERROR;
+    }
+    const int status = MapToSLSTATUS(response->getStatus(), command);
+    if (status != SANE_STATUS_GOOD) {
+        SL_TRACE("%s failed ret = %d", step, status);
+    }
+    return status;
+}
+
+int ScanLib::startJob()
+{
+    CResponse response;
+    if (pComm->openDevice() == TRANSPORT_OPEN_FAILED) {
+        SL_TRACE("[ERROR] SL_STATUS_DEVICE BUSY now");
+        return SANE_STATUS_DEVICE_BUSY;
+    }
+    if (GetIntValue("COMMANDVERSION") == 402 &&
+        pComm->writeCommand(COMMAND_WAKE, &response) != COMMAND_WAKE) {
+        SL_TRACE("[ERROR] unable to wake scanner");
+        return SANE_STATUS_IO_ERROR;
+    }
+    int status = CheckScanSettings();
+    if (status != SANE_STATUS_GOOD) {
+        SL_TRACE("CheckScanSettings ret = %d", status);
+        return status;
+    }
+    if (cancelToken.isRequested()) {
+        return SANE_STATUS_CANCELLED;
+    }
+    status = writeJobCommand(COMMAND_LOCK, &response, "Lock");
+    if (cancelToken.isRequested()) {
+        Unlock();
+        return SANE_STATUS_CANCELLED;
+    }
+    if (status != SANE_STATUS_GOOD) {
+        return status;
+    }
+    status = writeJobCommand(COMMAND_START, &response, "Start");
+    // A start whose answer was not waited for may have been obeyed all the same.
+    const bool isUnanswered = response.getReply() != COMMAND_START && cancelToken.isRequested();
+    if (status != SANE_STATUS_GOOD && !isUnanswered) {
+        return status;
+    }
+    beginFrame();
+    SL_TRACE("All is well ret = %d", status);
+    return status;
+}
+
+void ScanLib::beginFrame()
+{
+    AcquireImageStatus = SANE_STATUS_GOOD;
+    ScanInProgress = 1;
+    Buffer->Reset();
+    MyDecompressor->Initialize(pCfgReader.get());
+    linesRead = 0;
+}
+
+int ScanLib::refuse(const char* reason)
+{
+    SL_TRACE("%s", reason);
+    SL_TRACE("SL_STATUS_UNSUPPORTED");
+    return SANE_STATUS_UNSUPPORTED;
+}
+
+// Asks the feeder of a model that has one. *adf becomes 1 for a scan from it, *ret what
+// the settings check is to return at its end. false: *ret is to be returned at once.
+bool ScanLib::checkFeeder(int* adf, int* ret)
+{
+    SL_TRACE("Write Cmd ScanADFStatus");
+    CResponse response;
+    pComm->writeCommand(COMMAND_FEEDER_STATUS, &response);
+    const int feeder = response.getADFStatus();
+    const bool isPreviewRefused =
+        GetIntValue("PREVIEW") != 0 && GetIntValue("ADFPREVIEW") == 0;
+    if (GetIntValue("SCAN_SOURCE") != kFeederSource) {
+        return true;
+    }
+    if (feeder == kFeederLoaded) {
+        SL_TRACE("There is paper on the ADF");
+        if (GetIntValue("CURRENTDPI") > GetIntValue("ADFDPILIMIT")) {
+            *ret = refuse("[WARN] Cannot scan using the ADF with the current resolution.");
+            return false;
+        }
+        if (isPreviewRefused) {
+            *ret = refuse("[WARN] Cannot preview using the ADF.");
+            return false;
+        }
+        *adf = 1;
+    } else if (feeder == kFeederEmpty) {
+        *ret = isPreviewRefused ? SANE_STATUS_UNSUPPORTED : SANE_STATUS_NO_DOCS;
+        SL_TRACE("no paper found in the ADF");
+        SL_TRACE("return from adf status  is %d", feeder);
+    } else if (feeder == kFeederAbsent) {
+        *ret = SANE_STATUS_UNSUPPORTED;
+        SL_TRACE("[WARN] no adf found");
+        SL_TRACE("return from adf status  is %d", feeder);
+    }
+    return true;
+}
+
+int ScanLib::CheckScanSettings()
+{
+    SL_START();
+    const double width =
+        GetDoubleValue("CURRENTBRX") - GetDoubleValue("CURRENTTLX") + kTolerance;
+    const double height =
+        GetDoubleValue("CURRENTBRY") - GetDoubleValue("CURRENTTLY") + kTolerance;
+    SL_TRACE("scan source is %d", GetIntValue("SCAN_SOURCE"));
+    if (width <= 0.0 || height <= 0.0) {
+        SL_RETURN(refuse("[WARN] Negative width or height"));
+    }
+    if (width < kSmallestExtent || height < kSmallestExtent) {
+        SL_RETURN(refuse("[WARN] Scan size is below the minimum"));
+    }
+
+    SL_TRACE("check if scanner support adf");
+    int ret = SANE_STATUS_GOOD;
+    int adf = 0;
+    const int scannerType = GetIntValue("SCANNERTYPE");
+    if ((scannerType == kScannerFlatbedAndFeeder || scannerType == kScannerFeeder) &&
+        !checkFeeder(&adf, &ret)) {
+        SL_RETURN(ret);
+    }
+    if (GetIntValue("CURRENTDPI") > kLastNarrowDpi &&
+        GetDoubleValue("CURRENTBRX") == kFullWidth) {
+        SL_TRACE("Setting Brx to 215.");
+        SetDoubleValue("CURRENTBRX", kNarrowedWidth);
+    }
+    Image->SetAttributes(pCfgReader.get(), adf);
+    SL_TRACE("Exiting ScanLib::CheckScanSettings. ret = %d", ret);
+    SL_RETURN(ret);
+}
+
+// ---- transfer ---------------------------------------------------------------------
+
+bool ScanLib::isReady() const
+{
+    return pCfgReader && Buffer && MyDecompressor && pComm && Image && ImageHandler && Interleaver;
+}
+
+// How many bytes to ask of the transport: always whole lines.
+int ScanLib::bytesWanted(int max_length) const
+{
+    std::int64_t need = static_cast<std::int64_t>(max_length) - Image->GetProcessedDataSize();
+    if (need <= 0) {
+        return 0;
+    }
+    const std::int64_t stride = Image->GetStride();
+    SL_TRACE("image stride(bytes per scan line of the image data): %d", Image->GetStride());
+    if (stride > need) {
+        need = stride;
+    } else if (stride > 0) {
+        need = (need + stride - 1) / stride * stride;
+    }
+    need -= Image->GetRawDataSize();
+    return static_cast<int>(std::clamp<std::int64_t>(need, 0, std::numeric_limits<int>::max()));
+}
+
+// A marker for diagnosis in the field: the device scanned another size than asked for.
+void ScanLib::checkScannedSize(int got) const
+{
+    const bool isAsAsked = Image->GetScanWidth() == Image->GetActualScanWidth() &&
+                           Image->GetScanHeight() == Image->GetActualScanHeight();
+    if (got <= 0 || isAsAsked) {
+        return;
+    }
+    SL_TRACE("Checking %s", kEditsSwitch);
+    const char* edits = getenv(kEditsSwitch);
+    if (edits != nullptr && strcmp(edits, "1") == 0) {
+        touchMarker();
+    }
+}
+
+// One chunk is decompressed a call: go on while there is progress.
+void ScanLib::decompressAll()
+{
+    int before = 0;
+    int status = 0;
+    do {
+        before = Buffer->GetRawDataSize();
+        status = MyDecompressor->Decompress(Buffer.get(), Image.get());
+    } while (status == 1 && Buffer->GetRawDataSize() > 0 && Buffer->GetRawDataSize() < before);
+}
+
+// What is still held at the end of the data goes out, parts of a line too.
+void ScanLib::finishStages()
+{
+    decompressAll();
+    Interleaver->Finish(Buffer.get(), Image.get());
+    ImageHandler->Finish(Image.get());
+}
+
+// Reads and processes until need bytes are there; returns why it ended.
+int ScanLib::transfer(int need)
+{
+    while (need >= 1) {
+        if (cancelToken.shouldStop()) {
+            return SANE_STATUS_CANCELLED;
+        }
+        int got = 0;
+        const int rc = pComm->ReadImage(&got, Buffer.get(), Image.get());
+        SL_TRACE("after ReadImage. return: %d", rc);
+        checkScannedSize(got);
+        switch (rc) {
+        case RECORD_END_OF_DATA:
+            return SANE_STATUS_EOF;
+        case RECORD_NO_MEMORY:
+            return SANE_STATUS_NO_MEM;
+        case RECORD_STOPPED:
+        case RECORD_CANCELLED:
+            return SANE_STATUS_CANCELLED;
+        case RECORD_PAPER_JAM:
+            return SANE_STATUS_JAMMED;
+        case RECORD_DEVICE_FAILURE:
+            ScanInProgress = 0;
+            return SANE_STATUS_IO_ERROR;
+        case RECORD_NO_DATA_YET:
+            break;
+        default:
+            decompressAll();
+            Interleaver->DoInterleave(Buffer.get(), Image.get());
+            need -= Image->GetRawDataSize();
+            break;
+        }
+    }
+    return SANE_STATUS_GOOD;
+}
+
+int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
+{
+    SL_START();
+    *length = 0;
+    if (!isReady()) {
+        SL_RETURN(SANE_STATUS_IO_ERROR);
+    }
+    int status = AcquireImageStatus;
+    if (status == SANE_STATUS_GOOD) {
+        status = transfer(bytesWanted(max_length));
+        if (cancelToken.isRequested() && !cancelToken.isDraining()) {
+            SL_RETURN(cancelRunning());
+        }
+        ImageHandler->Perform(Image.get());
+        status = endTransfer(status);
+    } else if (status != SANE_STATUS_EOF || Image->GetProcessedDataSize() == 0) {
+        SL_TRACE("AcquireImageStatus = %d", status);
+        SL_RETURN(status);
+    }
+    *length = Image->GetProcessedData(data, max_length);
+    if (status == SANE_STATUS_EOF && *length > 0) {
+        // The bytes go out now, the end of the frame after the last of them.
+        status = SANE_STATUS_GOOD;
+        SL_TRACE("return status good");
+    }
+    SL_TRACE("max_length = %d", max_length);
+    SL_TRACE("length = %d", *length);
+    SL_TRACE("retstatus = %d", status);
+    SL_RETURN(status);
+}
+
+// A transfer that ended for good is not taken up again before the next start. After an
+// I/O error the device may still be there, so the next read tries again.
+int ScanLib::endTransfer(int status)
+{
+    if (status == SANE_STATUS_EOF) {
+        finishStages();
+    }
+    if (status != SANE_STATUS_GOOD && status != SANE_STATUS_IO_ERROR) {
+        AcquireImageStatus = status;
+        Unlock();
+    }
+    return status;
+}
+
+int ScanLib::AcquireImage(unsigned char* /*data*/, int* /*length*/)
+{
+    return SANE_STATUS_GOOD;
+}
+
+// ---- cancel and unlock --------------------------------------------------------------
+
+int ScanLib::Cancel()
+{
+    SL_START();
+    int ret = SANE_STATUS_UNSUPPORTED;
+    if (ScanInProgress == 1 && pComm) {
+        SL_TRACE("Scan in Progress");
+        CResponse response;
+        if (pComm->writeCommand(COMMAND_CANCEL, &response) == COMMAND_CANCEL) {
+            SL_TRACE("Cancel successful");
+            ret = SANE_STATUS_GOOD;
+        }
+    }
+    SL_TRACE("Exiting ScanLib::Cancel. ret = %d", ret);
+    SL_RETURN(ret);
+}
+
+int ScanLib::flush()
+{
+    SL_TRACE("Flushing data from the scanner.");
+    const CancelToken::Draining draining(cancelToken, kFlushLimit);
+    unsigned char scratch[kScratchSize];
+    int status = SANE_STATUS_GOOD;
+    while (status == SANE_STATUS_GOOD) {
+        int length = 0;
+        status = AcquireImage(scratch, kScratchSize, &length);
+    }
+    AcquireImageStatus = status;
+    return status;
+}
+
+int ScanLib::CancelAndFlush()
+{
+    SL_START();
+    const int ret = Cancel();
+    int retstatus = SANE_STATUS_GOOD;
+    if (ret == SANE_STATUS_GOOD) {
+        retstatus = flush();
+    }
+    SL_TRACE("retstatus = %d", retstatus);
+    if (pComm) {
+        pComm->closeDevice();
+    }
+    SL_RETURN(ret);
+}
+
+int ScanLib::Unlock()
+{
+    SL_START();
+    if (pComm) {
+        // After a cancel the answer is still read, but not waited for without end.
+        std::optional<CancelToken::Draining> limit;
+        if (cancelToken.isRequested() || cancelToken.isDraining()) {
+            limit.emplace(cancelToken, kUnlockLimit);
+        }
+        CResponse response;
+        if (pComm->writeCommand(COMMAND_UNLOCK, &response) == COMMAND_UNLOCK) {
+            SL_TRACE("Unlock Successful");
+        }
+    }
+    ScanInProgress = 0;
+    SL_RETURN(0);
+}
+
+// Carries out, on the stack of the running operation, a cancel that arrived meanwhile.
+int ScanLib::cancelRunning()
+{
+    cancelToken.consume();
+    CancelAndFlush();
+    AcquireImageStatus = SANE_STATUS_CANCELLED;
+    return SANE_STATUS_CANCELLED;
+}
+
+void ScanLib::Interrupt()
+{
+    cancelToken.request();
+    // The operation may have ended before it could see the request.
+    if (enter()) {
+        leave();
+    }
+}
+
+void ScanLib::leave()
+{
+    do {
+        if (cancelToken.consume()) {
+            try {
+                CancelAndFlush();
+            } catch (const std::exception&) {
+                SL_TRACE("[ERROR] cancel failed");
+            }
+        }
+        bBusy = false;
+    } while (cancelToken.isRequested() && enter());
+}
+
+void ScanLib::InterruptAndWait()
+{
+    constexpr timespec kPause = {0, 10'000'000};
+    while (!enter()) {
+        cancelToken.request();
+        nanosleep(&kPause, nullptr);
+    }
+    cancelToken.consume();
+}

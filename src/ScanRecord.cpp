@@ -1,0 +1,82 @@
+#include "ScanRecord.h"
+
+#include "CResponse.h"
+#include "DataBuffer.h"
+#include "ICommand.h"
+#include "ICommunication.h"
+#include "ImageData.h"
+#include "RecordBytes.h"
+
+namespace {
+
+constexpr int kHeaderSize = 8;  // what the length field does not count
+constexpr int kResponseOffset = 8;
+constexpr int kInterleaveOffset = 10;
+constexpr int kGeometryOffset = 11;
+constexpr int kPageMarkerSize = 31;
+
+}  // namespace
+
+bool ScanRecord::isRecord(const unsigned char* block, int size, int pending)
+{
+    if (size <= kResponseOffset || block[0] != 0x1B || block[1] != 'S' || block[2] != 0x02 ||
+        block[kResponseOffset] == 0) {
+        return false;
+    }
+    return pending <= 0 || RecordBytes::int16(block + 4) + kHeaderSize == size;
+}
+
+void ScanRecord::processPageMarker(const unsigned char* block, int size, ImageData* image) const
+{
+    const auto marker = RecordBytes::copyPadded(block, size, kPageMarkerSize);
+    if (!marker) {
+        return;
+    }
+    const auto field = [&marker](int n) {
+        return RecordBytes::int32(marker.get() + kGeometryOffset + 4 * n);
+    };
+    const int width = field(0);
+    const int height = field(1);
+    const int offsetX = field(2);
+    const int offsetY = field(3);
+    const int trim = field(4);
+
+    SL_TRACE("values from scan record data w/ page marker:");
+    SL_TRACE(" -> width = %d", width);
+    SL_TRACE(" -> height = %d", height);
+    SL_TRACE(" -> offsetx = %d", offsetX);
+    SL_TRACE(" -> offsety = %d", offsetY);
+    SL_TRACE(" -> trim = %d", trim);
+    image->RecordAttributes(width, height);
+    if (marker[kInterleaveOffset] == 1) {
+        SL_TRACE("interleaving is needed");
+        image->SetInterleaveInfo(width, height, offsetX, offsetY, trim);
+    } else {
+        SL_TRACE("interleaving is NOT needed");
+    }
+}
+
+int ScanRecord::process(const unsigned char* block, int size, ImageData* image) const
+{
+    if (block[kResponseOffset] == RECORD_PAGE_MARKER) {
+        processPageMarker(block, size, image);
+    }
+    CResponse response;
+    response.setHeader(block, size);
+    return response.getRecordResponse();
+}
+
+int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer)
+{
+    int moved = 0;
+    bool isMore = true;
+    while (isMore) {
+        isMore = cmd->removeESC(scanData) != 0;
+        const int ready = scanData->GetProcessedDataSize();
+        if (ready > 0 && scanData->GetProcessedData(buffer, ready) != ready) {
+            return -1;
+        }
+        moved += ready;
+    }
+    return moved;
+}
