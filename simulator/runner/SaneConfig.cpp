@@ -36,13 +36,17 @@ bool isConfigured(const std::string& configuration, std::uint32_t vendorId, std:
     return false;
 }
 
+std::string hexId(std::uint32_t id) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%04x", id);
+    return text;
+}
+
 std::string configurationLine(std::uint32_t vendorId, std::uint32_t productId, const std::string& featureFile,
                               const std::string& modelName) {
-    char ids[32];
-    std::snprintf(ids, sizeof ids, "usb 0x%04x 0x%04x ", vendorId, productId);
     std::string name = modelName;
     std::replace(name.begin(), name.end(), ' ', '_');
-    return ids + featureFile + " " + name + "\n";
+    return "usb 0x" + hexId(vendorId) + " 0x" + hexId(productId) + " " + featureFile + " " + name + "\n";
 }
 
 }  // namespace
@@ -83,8 +87,7 @@ std::string SaneConfig::configuration(const std::string& backend, const std::str
         const std::string text = withCorrectionFrom(changedFeatures(original, device.features),
                                                     SCANSIM_CORRECTION_LIBRARY_DIR, SCANSIM_CORRECTION_TABLE_DIR);
         if (isReadable && text != original) {
-            const std::string name = "simulated/" + std::to_string(device.vendorId) + "-" +
-                                     std::to_string(device.productId) + ".ini";
+            const std::string name = "simulated/" + hexId(device.vendorId) + "-" + hexId(device.productId) + ".ini";
             files[name] = text;
             lines += configurationLine(device.vendorId, device.productId, folder + "/" + name, device.modelName);
         } else if (!isConfigured(shipped, device.vendorId, device.productId)) {
