@@ -191,16 +191,19 @@ NAME: cancel feeder-status properties lock start unlock wake
 
   stall     the transfer fails; the endpoint stays halted until the device is configured anew
   timeout   this and every later transfer is never answered until the device is configured anew
-  unplug    the device disappears; replug: and comes back at once under another file number
+  unplug    the device disappears
+  replug    the device disappears, and comes back at once under another file number
   refuse    the call fails with ERRNO (1, not permitted, if none is given)
   busy      a kernel driver holds the interface until it is detached
   held      the interface is busy, detached or not
   zero      a transfer of no bytes comes first
   short     the transfer ends after N bytes (1); the rest follows as a transfer of its own
   delay     it comes MS milliseconds late (1000)
-  stray     N bytes of garbage (8) come first; garbage: come instead
+  stray     N bytes of garbage (8) come first
+  garbage   N bytes of garbage (8) come instead
   truncate  only the first N bytes (5) come
-  status    the reply has status N (136); feeder: has feeder status N
+  status    the reply has status N (136)
+  feeder    the reply has feeder status N (0)
   flip      the reply has the flip flag set
   jam       a paper jam is reported instead, and the page is over
   cut       the page ends N bytes (1) early

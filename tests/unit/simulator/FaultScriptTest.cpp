@@ -1,0 +1,197 @@
+#include "FaultScript.h"
+
+#include "Support.h"
+#include "Text.h"
+
+namespace scansim::test {
+
+namespace {
+
+std::string errorOf(const std::string& rule) {
+    try {
+        FaultScript().add(rule);
+    } catch (const InputError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+// Begins a flatbed page on a scanner with one fault, and reads the page marker.
+struct FaultyPage {
+    explicit FaultyPage(const std::string& fault, const std::string& setting = "block-size=1000")
+        : bench({"feeder.sheets=0", "fault=" + fault, setting}) {
+        bench.begin(HostCommand());
+        bench.read();
+    }
+    Bench bench;
+};
+
+}  // namespace
+
+TEST(FaultScript, CountsOccurrences) {
+    FaultScript script;
+    script.add("block 2: stall");
+    script.add("reply lock always: status 130");
+    EXPECT_FALSE(script.happen(FaultEvent::Block));
+    EXPECT_EQ(script.happen(FaultEvent::Block)->action, FaultAction::Stall);
+    EXPECT_FALSE(script.happen(FaultEvent::Block));
+    EXPECT_FALSE(script.happen(FaultEvent::Reply, CommandId::Start));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(script.happen(FaultEvent::Reply, CommandId::Lock)->argument, 130U);
+    }
+}
+
+TEST(FaultScript, HasDefaults) {
+    FaultScript script;
+    script.add("claim: refuse");
+    script.add("reply 3: truncate");
+    EXPECT_EQ(script.happen(FaultEvent::Claim)->argument, 1U);
+    EXPECT_EQ(script.happen(FaultEvent::Reply, CommandId::Lock)->argument, 5U);
+}
+
+TEST(FaultScript, RefusesNonsense) {
+    EXPECT_NE(errorOf("block").find("EVENT: ACTION"), std::string::npos);
+    EXPECT_NE(errorOf("blook: stall").find("unknown event"), std::string::npos);
+    EXPECT_NE(errorOf("block: explode").find("unknown action"), std::string::npos);
+    EXPECT_NE(errorOf("block:").find("no action"), std::string::npos);
+    EXPECT_NE(errorOf("block: busy").find("cannot have"), std::string::npos);
+    EXPECT_NE(errorOf("block 0: stall").find("between 1"), std::string::npos);
+    EXPECT_NE(errorOf("block 1 2: stall").find("too many"), std::string::npos);
+    EXPECT_NE(errorOf("block: stall 3").find("too many"), std::string::npos);
+    EXPECT_NE(errorOf("reply: stall").find("name of a command"), std::string::npos);
+    EXPECT_NE(errorOf("reply dance: stall").find("name of a command"), std::string::npos);
+}
+
+TEST(FaultScript, HelpNamesEveryAction) {
+    const std::string help = FaultScript::help();
+    for (const char* word : {"stall", "timeout", "unplug", "replug", "refuse", "busy", "held", "zero", "short", "delay",
+                             "stray", "garbage", "truncate", "status", "feeder", "flip", "jam", "cut"}) {
+        EXPECT_NE(help.find(std::string("\n  ") + word), std::string::npos) << word;
+    }
+}
+
+TEST(Fault, TransferFailures) {
+    const std::pair<const char*, TransferResult> cases[] = {{"stall", TransferResult::Stall},
+                                                            {"unplug", TransferResult::Unplug},
+                                                            {"replug", TransferResult::Replug}};
+    for (const auto& [action, result] : cases) {
+        FaultyPage page(std::string("block 2: ") + action);
+        EXPECT_EQ(page.bench.read().size(), 1009U);
+        EXPECT_TRUE(page.bench.read().empty());
+        EXPECT_EQ(page.bench.lastResult, result);
+    }
+}
+
+TEST(Fault, CommandFailures) {
+    Bench stall({"fault=command properties: stall"});
+    EXPECT_EQ(stall.send(CommandId::Properties), TransferResult::Stall);
+    Bench timeout({"fault=command properties 2: timeout"});
+    EXPECT_EQ(timeout.send(CommandId::Properties), TransferResult::Done);
+    EXPECT_EQ(timeout.send(CommandId::Properties), TransferResult::Nothing);
+    EXPECT_EQ(timeout.send(CommandId::Properties), TransferResult::Nothing);
+    timeout.scanner->reset();
+    EXPECT_EQ(timeout.send(CommandId::Properties), TransferResult::Done);
+}
+
+TEST(Fault, TimeoutSilencesTheScannerUntilItIsReset) {
+    FaultyPage page("block: timeout");
+    EXPECT_TRUE(page.bench.read().empty());
+    EXPECT_EQ(page.bench.lastResult, TransferResult::Nothing);
+    EXPECT_EQ(page.bench.send(CommandId::Cancel), TransferResult::Nothing);
+    page.bench.scanner->reset();
+    page.bench.begin(HostCommand());
+    EXPECT_EQ(page.bench.read().at(8), 9);
+}
+
+TEST(Fault, ZeroAndShortTransfers) {
+    FaultyPage zero("block: zero");
+    EXPECT_TRUE(zero.bench.read().empty());
+    EXPECT_EQ(zero.bench.lastResult, TransferResult::Done);
+    EXPECT_EQ(zero.bench.read().size(), 1009U);
+    FaultyPage cut("block: short 7");
+    EXPECT_EQ(cut.bench.read().size(), 7U);
+    EXPECT_EQ(cut.bench.read().size(), 1002U);
+}
+
+TEST(Fault, FaultyBlocksAreNotPacked) {
+    FaultyPage page("block 3: stall", "block-transfers=packed");
+    EXPECT_EQ(page.bench.read().size(), 2018U);
+    page.bench.read();
+    EXPECT_EQ(page.bench.lastResult, TransferResult::Stall);
+}
+
+TEST(Fault, GarbageStrayAndTruncatedReplies) {
+    Bench garbage({"fault=reply properties: garbage 6"});
+    garbage.send(CommandId::Properties);
+    EXPECT_EQ(garbage.read().size(), 6U);
+    EXPECT_TRUE(garbage.read().empty());
+    Bench stray({"fault=reply properties: stray 9"});
+    stray.send(CommandId::Properties);
+    EXPECT_NE(stray.read().at(0), 0x1B);
+    EXPECT_EQ(stray.read().at(2), 0x03);
+    Bench truncated({"fault=reply properties: truncate 4"});
+    truncated.send(CommandId::Properties);
+    EXPECT_EQ(truncated.read(), (Bytes{0x1B, 0x53, 0x03, 0}));
+}
+
+TEST(Fault, DelayedReply) {
+    Bench bench({"fault=reply properties: delay 250"});
+    bench.scanner->setNow(1000);
+    bench.send(CommandId::Properties);
+    EXPECT_TRUE(bench.read().empty());
+    EXPECT_EQ(bench.scanner->nextWake(), std::optional<std::uint64_t>(1250));
+    bench.scanner->setNow(1250);
+    EXPECT_EQ(bench.read().at(2), 0x03);
+}
+
+TEST(Fault, StatusFeederAndFlipOfAReply) {
+    Bench status({"fault=reply lock: status 130", "feeder.sheets=0"});
+    status.send(HostCommand(), CommandId::Lock);
+    EXPECT_EQ(status.read().at(6), 130);
+    EXPECT_FALSE(status.scanner->isLocked());
+    Bench feeder({"fault=reply feeder-status: feeder 1"});
+    feeder.send(CommandId::FeederStatus);
+    EXPECT_EQ(feeder.read().at(7), 1);
+    Bench flip({"fault=reply start: flip", "feeder.sheets=0"});
+    flip.send(HostCommand(), CommandId::Lock);
+    flip.read();
+    flip.send(HostCommand(), CommandId::Start);
+    EXPECT_EQ(flip.read().at(9), 1);
+}
+
+TEST(Fault, RefusedStartPlaysNoPage) {
+    Bench bench({"fault=reply start: status 136", "feeder.sheets=0"});
+    bench.begin(HostCommand());
+    EXPECT_TRUE(bench.read().empty());
+    bench.begin(HostCommand());
+    EXPECT_EQ(bench.read().at(8), 9);
+    EXPECT_EQ(bench.complaints(), 0U);
+}
+
+TEST(Fault, JamEndsThePage) {
+    FaultyPage page("block 3: jam");
+    page.bench.read();
+    page.bench.read();
+    EXPECT_EQ(page.bench.read().at(8), 5);
+    EXPECT_TRUE(page.bench.read().empty());
+    FaultyPage end("end: jam");
+    Bytes last;
+    for (Bytes bytes = end.bench.read(); !bytes.empty(); bytes = end.bench.read()) {
+        last = bytes;
+    }
+    EXPECT_EQ(last.at(8), 5);
+}
+
+TEST(Fault, CutPageEndsEarly) {
+    FaultyPage page("page: cut 1500");
+    std::size_t size = 0;
+    Bytes last;
+    for (Bytes bytes = page.bench.read(); !bytes.empty(); bytes = page.bench.read()) {
+        size += bytes.size();
+        last = bytes;
+    }
+    EXPECT_EQ(size, 5 * 9U + 4500U + 9U);
+    EXPECT_EQ(last.at(8), 1);
+}
+
+}  // namespace scansim::test
