@@ -20,6 +20,7 @@ constexpr int kIn = 0x81;
 constexpr int kOut = 0x02;
 
 usb_dev_handle* handle = nullptr;
+usb_dev_handle* earlierHandle = nullptr;  // one that a second open leaves open
 struct usb_device* device = nullptr;
 int timeoutMs = 2000;
 
@@ -132,6 +133,7 @@ void step(const std::string& name, const std::string& argument) {
     if (name == "find") {
         find();
     } else if (name == "open") {
+        earlierHandle = handle;
         handle = usb_open(device);
         print("open", handle != nullptr ? 1 : 0);
     } else if (name == "strings") {
@@ -146,6 +148,7 @@ void step(const std::string& name, const std::string& argument) {
         print("release", usb_release_interface(handle, 0));
     } else if (name == "close") {
         print("close", usb_close(handle));
+        handle = nullptr;
     } else if (name == "write") {
         writeCommand(argument);
     } else if (name == "read") {
