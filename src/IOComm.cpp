@@ -318,11 +318,12 @@ int IOComm::closeDevice()
         SL_TRACE(" -> Unable to release interface %s interface num %d", usb_strerror(), iIfaceNum);
         SL_RETURN(TRANSPORT_RELEASE_FAILED);
     }
-    if (usb_close(usbHandle) < 0) {
+    const int result = usb_close(usbHandle);
+    forgetHandle();  // libusb has freed it, whatever the result
+    if (result < 0) {
         SL_TRACE(" -> unable to close device");
         SL_RETURN(TRANSPORT_CLOSE_FAILED);
     }
-    forgetHandle();
     SL_RETURN(TRANSPORT_OK);
 }
 
