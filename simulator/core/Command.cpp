@@ -104,6 +104,18 @@ bool isInside(const ScanRequest& request, const Source& source, Journal& journal
 
 }  // namespace
 
+std::string describe(const Command& command) {
+    if (!carriesParameters(command.id)) {
+        return commandName(command.id);
+    }
+    const ScanRequest& r = command.request;
+    const auto text = [](std::uint32_t value) { return std::to_string(value); };
+    return std::string(commandName(command.id)) + ": " + text(r.pixels) + " x " + text(r.lines) + " pixels at " +
+           text(r.offsetX) + "," + text(r.offsetY) + ", " + text(r.dpi) + " x " + text(r.verticalDpi) +
+           " dpi, colour " + text(r.colourCode) + ", compression " + text(r.compression) + "/" +
+           text(r.compressionLevel) + ", filter " + text(r.filter) + ", source " + text(r.sourceCode);
+}
+
 Bytes commandHeader(CommandId id, std::uint32_t protocol) {
     static const std::uint8_t codes[kCommandCount][2] = {{0x53, 0x0F}, {0x53, 0x04}, {0x53, 0x03}, {0x53, 0x05},
                                                          {0x53, 0x01}, {0x53, 0x06}, {0x44, 0x04}};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "Bytes.h"
 #include "Journal.h"
@@ -30,6 +31,9 @@ struct Command {
     Bytes parameters;  // everything after the 8-byte header
     ScanRequest request;
 };
+
+// "lock: 2549 x 3299 pixels at 0,0, 300 dpi, colour 3, ..."; for traces.
+std::string describe(const Command& command);
 
 // The eight bytes that open a command of a protocol version.
 Bytes commandHeader(CommandId id, std::uint32_t protocol);

@@ -127,6 +127,12 @@ std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_
 
 }  // namespace
 
+const char* faultActionName(FaultAction action) {
+    const auto found = std::find_if(actions().begin(), actions().end(),
+                                    [action](const ActionName& entry) { return entry.action == action; });
+    return found->name;
+}
+
 void FaultScript::add(const std::string& text) {
     try {
         const std::size_t colon = text.find(':');

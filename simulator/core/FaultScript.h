@@ -51,6 +51,9 @@ struct Fault {
     std::uint32_t argument;
 };
 
+// As it is written in a rule.
+const char* faultActionName(FaultAction action);
+
 // The rules "EVENT [COMMAND] [N|always]: ACTION [ARGUMENT]" of one device.
 class FaultScript {
 public:

@@ -47,7 +47,9 @@ TransferResult Scanner::write(const Bytes& bytes) {
     if (!command) {
         return TransferResult::Done;
     }
-    journal_.trace(std::string("<- ") + commandName(command->id) + "  " + hex(bytes.data(), bytes.size()));
+    if (journal_.isTracing()) {
+        journal_.trace("<- " + describe(*command) + "  [" + hex(bytes.data(), bytes.size()) + "]");
+    }
     if (const std::optional<Fault> fault = faults_.happen(FaultEvent::Command, command->id)) {
         noteFault(*fault);
         isHung_ = fault->action == FaultAction::Timeout;
@@ -275,13 +277,17 @@ Condition Scanner::reply(CommandId id, Condition state, const Bytes& data) {
     }
     // A host that is refused something may leave a lock behind, or ask again.
     isDisturbed_ = isDisturbed_ || refuses(state.status);
-    queueTransfer(makeReply(id, state, contents), fault, replyQueue());
+    Bytes bytes = makeReply(id, state, contents);
+    if (journal_.isTracing()) {
+        journal_.trace(std::string("-> ") + commandName(id) + " replied  [" + hex(bytes.data(), bytes.size()) + "]");
+    }
+    queueTransfer(std::move(bytes), fault, replyQueue());
     return state;
 }
 
 void Scanner::noteFault(const Fault& fault) {
     isDisturbed_ = true;
-    journal_.trace("fault: action " + std::to_string(static_cast<int>(fault.action)));
+    journal_.trace(std::string("fault: ") + faultActionName(fault.action));
 }
 
 void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault, std::deque<Transfer>& queue) {
@@ -376,6 +382,7 @@ void Scanner::queueEnd(RecordCode code) {
             code = RecordCode::Jam;
         }
     }
+    journal_.trace("-> scan record " + std::to_string(static_cast<int>(code)));
     queueTransfer(makeScanRecord(model_.protocol, code, condition()), fault, queue_);
 }
 
