@@ -84,12 +84,30 @@ TEST(ModelFile, InterfacesAreSeparatedBySlashes) {
     EXPECT_EQ(model.interfaces[1].endpoints, (Bytes{0x81, 0x02}));
 }
 
-// Every shipped model is well-formed and has the feature file that it names.
-TEST(ModelFile, ShippedModelsLoad) {
+namespace {
+
+// The integer of a key in a feature file, -1 if it is not there.
+int featureOf(const Model& model, const std::string& key) {
+    const std::string text = readAll(model.featureFile);
+    const std::size_t at = text.find("\n" + key + "=");
+    return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + key.size() + 2);
+}
+
+}  // namespace
+
+// Every shipped model is well-formed, and its feature file describes the same scanner.
+TEST(ModelFile, ShippedModelsAgreeWithTheirFeatureFiles) {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(SIMTEST_MODELS_DIR)) {
         const Model model = ModelFile::load(entry.path().string());
-        EXPECT_TRUE(std::filesystem::exists(model.featureFile)) << model.name;
+        SCOPED_TRACE(model.name);
+        EXPECT_EQ(featureOf(model, "COMMANDVERSION"), static_cast<int>(model.protocol));
+        EXPECT_EQ(featureOf(model, "ENABLE_NPA"), model.usesNpa ? 1 : 0);
+        EXPECT_EQ(featureOf(model, "BGRTORGB"), model.isBgr ? 1 : 0);
+        EXPECT_EQ(featureOf(model, "FLATBEDSIDEFLIP"), model.flatbed.isMirrored ? 1 : 0);
+        EXPECT_EQ(featureOf(model, "ADFSIDEFLIP"), model.feeder.isMirrored ? 1 : 0);
+        EXPECT_EQ(featureOf(model, "COMPRESSION"), static_cast<int>(model.compression));
+        EXPECT_GE(featureOf(model, "RESOLUTIONS"), 2);
         ++count;
     }
     EXPECT_GE(count, 6);
