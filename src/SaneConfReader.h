@@ -4,8 +4,8 @@
 #include "CLogger.h"
 
 #include <cstdio>
+#include <deque>
 #include <string>
-#include <vector>
 
 // One configured model.
 struct ScannerInfo {
@@ -41,5 +41,6 @@ private:
     const ScannerInfo* find(int vid, int pid) const;
     void parseLine(const char* line);
 
-    std::vector<ScannerInfo> ScannerList;
+    // Growing moves no entry, so that the texts handed out stay where they are.
+    std::deque<ScannerInfo> ScannerList;
 };
