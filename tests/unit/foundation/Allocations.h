@@ -1,0 +1,31 @@
+// Control over the memory that the library asks for, and over its reads of files.
+#pragma once
+
+// Counts what the calling thread allocates while one is alive, and refuses allocations on
+// demand. Only one may be alive at a time.
+class Allocations {
+public:
+    static constexpr int kAll = 1 << 30;
+
+    // Grants the given number of allocations, then refuses every further one: malloc and
+    // its family and the new that does not throw return null, new throws.
+    explicit Allocations(int granted = kAll);
+    Allocations(const Allocations&) = delete;
+    Allocations& operator=(const Allocations&) = delete;
+    ~Allocations();
+
+    int count() const;
+    bool refused() const { return count() > granted_; }
+
+private:
+    int granted_;
+};
+
+// While one is alive, fread reads one element less than asked for.
+class ShortReads {
+public:
+    ShortReads();
+    ShortReads(const ShortReads&) = delete;
+    ShortReads& operator=(const ShortReads&) = delete;
+    ~ShortReads();
+};
