@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
+
+#include <jpeglib.h>  // needs <cstdio> before it
 
 #include "Support.h"
 #include "Text.h"
@@ -146,6 +150,39 @@ TEST(ImageFile, ReadsPng) {
     const std::string path = folder.path("p.png");
     ASSERT_NE(png_image_write_to_file(&png, path.c_str(), 0, pixels, 0, nullptr), 0);
     EXPECT_EQ(loadImage(path).rgb, Bytes(pixels, pixels + 6));
+}
+
+TEST(ImageFile, ReadsJpeg) {
+    jpeg_compress_struct info{};
+    jpeg_error_mgr errors{};
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&info);
+    unsigned char* data = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&info, &data, &size);
+    info.image_width = 8;
+    info.image_height = 2;
+    info.input_components = 3;
+    info.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&info);
+    jpeg_start_compress(&info, TRUE);
+    Bytes row(24, 120);
+    JSAMPROW rows[] = {row.data()};
+    while (info.next_scanline < info.image_height) {
+        jpeg_write_scanlines(&info, rows, 1);
+    }
+    jpeg_finish_compress(&info);
+    TempFolder folder;
+    const std::string path = folder.write("p.jpg", std::string(reinterpret_cast<char*>(data), size));
+    jpeg_destroy_compress(&info);
+    std::free(data);
+
+    const Image image = loadImage(path);
+    EXPECT_EQ(image.width, 8U);
+    EXPECT_EQ(image.height, 2U);
+    for (std::uint8_t sample : image.rgb) {
+        EXPECT_NEAR(sample, 120, 2);
+    }
 }
 
 TEST(ImageFile, ReadsGreyPnm) {

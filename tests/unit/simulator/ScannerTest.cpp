@@ -136,6 +136,17 @@ TEST(Scanner, PackedBlocksFillEveryReadButTheLast) {
     EXPECT_EQ(reads[3].size(), 9U);
 }
 
+TEST(Scanner, PageIsOverOnlyWithItsEndRecord) {
+    for (const char* transfers : {"block-transfers=packed", "block-transfers=separate"}) {
+        Bench bench({"feeder.sheets=0", "block-size=6000", transfers});
+        bench.begin(HostCommand());
+        bench.read();
+        EXPECT_EQ(bench.read(100000).size(), 6009U);
+        bench.send(CommandId::Unlock);
+        EXPECT_EQ(bench.complaints(), 1U) << transfers;
+    }
+}
+
 TEST(Scanner, PacksTheSameBytesAsItSendsSeparately) {
     Bench separate({"feeder.sheets=0"});
     Bench packed({"feeder.sheets=0", "block-transfers=packed"});
