@@ -270,7 +270,9 @@ void ScanLib::LoadScanDeviceProperties()
 {
     SL_START();
     CResponse response;
-    pComm->writeCommand(COMMAND_PROPERTIES, &response);
+    if (pComm) {
+        pComm->writeCommand(COMMAND_PROPERTIES, &response);
+    }
     const CProps* properties = response.getProperties();
     if (response.getReply() != COMMAND_PROPERTIES || properties == nullptr) {
         SL_END();
