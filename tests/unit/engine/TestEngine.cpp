@@ -1,0 +1,95 @@
+#include "TestEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+int FakeTransport::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
+{
+    calls_->push_back("read");
+    Step step = lastStep;
+    if (!steps.empty()) {
+        step = steps.front();
+        steps.pop_front();
+    }
+    if (step.during) {
+        step.during(image);
+    }
+    if (!step.bytes.empty()) {
+        buffer->SetRawData(step.bytes.data(), static_cast<int>(step.bytes.size()));
+        *bytesRead += static_cast<int>(step.bytes.size());
+    }
+    return step.result;
+}
+
+int FakeTransport::openDevice()
+{
+    calls_->push_back("open");
+    return openResult;
+}
+
+int FakeTransport::closeDevice()
+{
+    calls_->push_back("close");
+    return 0;
+}
+
+int FakeTransport::writeCommand(int id, CResponse* reply)
+{
+    calls_->push_back("command " + std::to_string(id));
+    if (onCommand) {
+        onCommand(id);
+    }
+    if (writeResults.count(id) != 0) {
+        return writeResults[id];
+    }
+    const Bytes bytes = replies.count(id) != 0 ? replies[id] : replyTo(id, 0x80, feederStatus);
+    if (reply != nullptr && id != 0) {
+        reply->setHeader(bytes.data(), static_cast<int>(bytes.size()));
+    }
+    return id;
+}
+
+TestEngine::TestEngine(int version)
+{
+    pCfgReader = std::make_unique<FlatFileReader>();
+    Buffer = std::make_unique<DataBuffer>();
+    Image = std::make_unique<ImageData>();
+    MyDecompressor = std::make_unique<DeCompHandler>();
+    Interleaver = std::make_unique<InterleaveHandler>();
+    ImageHandler = std::make_unique<RawDataHandler>();
+    SetComm(ICommand::createCmdInstance(version));
+    pCmd->setConfigReader(pCfgReader.get());
+    transport = new FakeTransport(journal);
+    SetIO(transport);
+    set("COMMANDVERSION", version);
+    set("CURRENTDPI", 10);
+    set("COLORDEPTH", 1);
+    set("SCAN_SOURCE", 1);
+    set("SCANNERTYPE", 1);
+    set("CURRENTTLX", 0.0);
+    set("CURRENTTLY", 0.0);
+    set("CURRENTBRX", 25.4);
+    set("CURRENTBRY", 25.4);
+    set("TOPLEFTX", 0.0);
+    set("TOPLEFTY", 0.0);
+    set("BOTTOMRIGHTX", 215.9);
+    set("BOTTOMRIGHTY", 297.0);
+}
+
+void TestEngine::startFrame()
+{
+    ASSERT_EQ(Start(), 0);
+    calls().clear();
+}
+
+void TestEngine::setUpManipulations()
+{
+    ImageHandler = std::make_unique<RawDataHandler>();
+    ImageHandler->SetUp(pCfgReader.get());
+}
+
+int TestEngine::count(const std::string& call) const
+{
+    return static_cast<int>(std::count(journal->begin(), journal->end(), call));
+}
