@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -64,11 +65,16 @@ int DataBuffer::SetRawData(const unsigned char* data, int len)
     if (data == nullptr) {
         return 0;
     }
+    // The bytes may be the store's own, and growing moves those.
+    const std::less<> isBefore;
+    const bool isOwn =
+        iTotalSize > 0 && !isBefore(data, pImage) && isBefore(data, pImage + iTotalSize);
+    const std::ptrdiff_t offset = isOwn ? data - pImage : 0;
     unsigned char* room = ExtendRawData(len);
     if (room == nullptr) {
         return 0;
     }
-    memcpy(room, data, static_cast<std::size_t>(len));
+    memcpy(room, isOwn ? pImage + offset : data, static_cast<std::size_t>(len));
     return 1;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 namespace {
@@ -96,9 +97,9 @@ unsigned char* ImageData::ExtendRawData(int* len)
 
 int ImageData::SetRawData(const unsigned char* data, int len)
 {
-    unsigned char* room = data != nullptr ? ExtendRawData(&len) : nullptr;
-    if (room != nullptr) {
-        memcpy(room, data, static_cast<std::size_t>(len));
+    len = static_cast<int>(std::min<long>(len, iWholeImageSize));
+    if (DataBuffer::SetRawData(data, len) != 0) {
+        iWholeImageSize -= len;
     }
     return 1;
 }
@@ -106,19 +107,20 @@ int ImageData::SetRawData(const unsigned char* data, int len)
 int ImageData::ApplyAdjustments(unsigned char* buf, int len, int /*lines*/)
 {
     const bool isExact = iActualScanWidth == iScanWidth && iActualScanHeight == iScanHeight;
-    if (isExact || iActualScanWidth >= iScanWidth || buf == nullptr || len < 1) {
+    if (isExact || iActualScanWidth >= iScanWidth) {
         return len;
     }
     const CLogger logger;
     SL_TRACE_TO(logger, "TRIMMING WIDTH");
 
-    const std::int64_t line64 = static_cast<std::int64_t>(iNumOfChannels) * iActualScanWidth;
-    const int line = static_cast<int>(std::clamp<std::int64_t>(line64, 0, len));
-    if (iStride < 1) {
+    if (buf == nullptr || len < 0 || iStride < 1) {
         return len;
     }
+    const int line = static_cast<int>(
+        std::clamp<std::int64_t>(static_cast<std::int64_t>(iNumOfChannels) * iActualScanWidth, 0,
+                                 std::numeric_limits<int>::max()));
     const std::unique_ptr<unsigned char, decltype(&free)> temp(
-        static_cast<unsigned char*>(malloc(static_cast<std::size_t>(len))), free);
+        static_cast<unsigned char*>(malloc(static_cast<std::size_t>(len) + 1)), free);
     if (!temp) {
         return len;
     }
