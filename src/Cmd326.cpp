@@ -37,11 +37,11 @@ std::unique_ptr<unsigned char[]> newBytes(int size)
 
 int copyCommand(unsigned char** out, const unsigned char* cmd, int length)
 {
-    std::unique_ptr<unsigned char[]> copy = newBytes(std::max(length, 0));
+    std::unique_ptr<unsigned char[]> copy = newBytes(length);
     if (!copy) {
         return 2;
     }
-    memcpy(copy.get(), cmd, static_cast<size_t>(std::max(length, 0)));
+    memcpy(copy.get(), cmd, static_cast<size_t>(length));
     *out = copy.release();
     return 0;
 }
@@ -113,7 +113,7 @@ int Cmd326::getCommand(unsigned char** out, int* len)
     *out = nullptr;
     int result = 2;
     const std::unique_ptr<unsigned char[]> buffer = newBytes(std::max(length, kLongestCommand));
-    if (buffer) {
+    if (buffer && length >= kHeaderSize) {
         memcpy(buffer.get(), kHeaders[id], kHeaderSize);
         if (length > kHeaderSize) {
             unsigned char* bytes = buffer.get();

@@ -18,6 +18,7 @@ constexpr int kNpaTrailerWords = 2;
 constexpr int kNpaHeaderSize = 12;
 constexpr int kNpaOverhead = kNpaHeaderSize + kNpaTrailerWords * 4;
 constexpr int kNpaLengthBase = 3;  // bytes that the length field does not count
+constexpr int kNpaLongestCommand = 0x10000 - kNpaOverhead;  // what two bytes can count
 
 bool startsLikeBlock(const unsigned char* data, int size)
 {
@@ -184,6 +185,10 @@ int ICommand::getSource()
 int ICommand::addNPA(unsigned char** out, const unsigned char* cmd, int* len)
 {
     log_debug("%s -> adding npa to command", __func__);
+    *out = nullptr;
+    if (*len < 0 || *len > kNpaLongestCommand) {
+        return 2;
+    }
     const int unpadded = *len + kNpaOverhead;
     const int pad = (4 - unpadded % 4) % 4;
     const int total = unpadded + pad;
