@@ -244,6 +244,7 @@ int IOComm::claimInterface()
         SL_TRACE(" -> unable to release kernel lock"
                  "                                     on usb %s",
                  usb_strerror());
+        SL_TRACE("[ERROR] usb device %s:%s is in use", cBus, cDev);
         return result;
     }
     result = usb_claim_interface(usbHandle, iIfaceNum);

@@ -8,12 +8,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 
 namespace scansim {
 
 namespace {
 
 constexpr const char* kFuseDevice = "/dev/fuse";
+constexpr const char* kTmp = "/tmp";
 
 std::string reason() {
     return std::strerror(errno);
@@ -96,6 +98,23 @@ void makeFolder(const std::string& path) {
     }
 }
 
+// The folders right below /tmp that hold one of the paths, each opened.
+std::map<std::string, int> openFoldersOfTmp(const std::vector<std::string>& paths) {
+    std::map<std::string, int> folders;
+    for (const std::string& path : paths) {
+        const std::string prefix = std::string(kTmp) + "/";
+        const std::string folder = path.substr(0, path.find('/', prefix.size()));
+        if (path.compare(0, prefix.size(), prefix) != 0 || folders.count(folder) > 0) {
+            continue;
+        }
+        const int fd = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (fd >= 0) {
+            folders[folder] = fd;
+        }
+    }
+    return folders;
+}
+
 }  // namespace
 
 Sandbox::Sandbox() {
@@ -106,8 +125,17 @@ Sandbox::Sandbox() {
     makeFolder(usbFolder());
 }
 
-void Sandbox::makePrivateTmp() {
-    mountTmpfs("/tmp", "mode=1777");
+void Sandbox::makePrivateTmp(const std::vector<std::string>& visible) {
+    const std::map<std::string, int> folders = openFoldersOfTmp(visible);
+    mountTmpfs(kTmp, "mode=1777");
+    for (const auto& [folder, fd] : folders) {
+        makeFolder(folder);
+        const std::string old = "/proc/self/fd/" + std::to_string(fd);
+        if (mount(old.c_str(), folder.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+            throw SandboxError("cannot show " + folder + " in the private /tmp: " + reason());
+        }
+        close(fd);
+    }
 }
 
 int Sandbox::mountUsbFs() {

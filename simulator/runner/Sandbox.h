@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace scansim {
 
@@ -18,8 +19,9 @@ public:
     // Throws SandboxError.
     Sandbox();
 
-    // Hides /tmp behind an empty one.
-    void makePrivateTmp();
+    // Hides /tmp behind an empty one, in which only those of its folders are seen that hold one
+    // of these paths.
+    void makePrivateTmp(const std::vector<std::string>& visible);
 
     // Mounts the simulated usbfs; gives the FUSE connection, which is the caller's to serve and close.
     int mountUsbFs();

@@ -175,8 +175,12 @@ void Simulation::writeConfiguration(const std::map<std::string, std::string>& fi
     }
 }
 
+std::string Simulation::modulesFolder() const {
+    return orElse(options_.modulesFolder, SCANSIM_MODULES_DIR);
+}
+
 void Simulation::setEnvironment() const {
-    const std::string modules = orElse(options_.modulesFolder, SCANSIM_MODULES_DIR);
+    const std::string modules = modulesFolder();
     if (!fs::is_directory(modules)) {
         std::fprintf(stderr, "scanner-sim: no folder %s with backend libraries is to be seen inside\n", modules.c_str());
     }
@@ -194,7 +198,10 @@ int Simulation::run() {
     writeConfiguration(files);
     const int fuse = sandbox.mountUsbFs();
     if (options_.hasPrivateTmp) {
-        sandbox.makePrivateTmp();
+        const fs::path folder = fs::current_path();
+        sandbox.makePrivateTmp({folder.string(), fs::absolute(modulesFolder()).string(),
+                                fs::absolute(SCANSIM_MODELS_DIR).string()});
+        fs::current_path(folder);
     }
     std::vector<UsbDevice*> usbDevices;
     for (const auto& device : devices_) {

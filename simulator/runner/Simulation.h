@@ -34,6 +34,7 @@ private:
     void openLog();
     std::string openRecordFolder();
     void writeConfiguration(const std::map<std::string, std::string>& files) const;
+    std::string modulesFolder() const;
     void setEnvironment() const;
     pid_t startCommand(const void* oldSignals) const;
     int loop(pid_t child, int signals);

@@ -1,0 +1,39 @@
+/* Clocks that run 200 times as fast, for time-outs of half a minute. */
+#define _GNU_SOURCE
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#define SPEED 200
+#define NANOSECONDS 1000000000LL
+
+static long long origin[16];
+
+static long long faster(clockid_t clock)
+{
+    struct timespec real;
+    long long now;
+    syscall(SYS_clock_gettime, clock, &real);
+    now = real.tv_sec * NANOSECONDS + real.tv_nsec;
+    if (!origin[clock & 15])
+        origin[clock & 15] = now;
+    return origin[clock & 15] + (now - origin[clock & 15]) * SPEED;
+}
+
+int clock_gettime(clockid_t clock, struct timespec *time)
+{
+    long long now = faster(clock);
+    time->tv_sec = now / NANOSECONDS;
+    time->tv_nsec = now % NANOSECONDS;
+    return 0;
+}
+
+int gettimeofday(struct timeval *time, void *zone)
+{
+    long long now = faster(CLOCK_REALTIME);
+    (void)zone;
+    time->tv_sec = now / NANOSECONDS;
+    time->tv_usec = now % NANOSECONDS / 1000;
+    return 0;
+}

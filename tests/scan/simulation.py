@@ -1,0 +1,91 @@
+"""Runs front ends on simulated scanners and compares what they deliver."""
+
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+SCANNER_SIM = os.environ["SCANNER_SIM"]
+# Sanitized modules need their runtime in the front end, which has none of its own.
+PRELOAD = os.environ.get("SCAN_PRELOAD", "")
+INSIDE = Path(__file__).resolve().parent / "inside"
+PYTHON = "/usr/bin/python3"
+TIMEOUT = 300
+
+
+def read_pnm(path):
+    """Returns (magic, width, height, samples) of a binary PNM file."""
+    data = Path(path).read_bytes()
+    fields, at = [], 0
+    while len(fields) < 4:
+        token = re.compile(rb"\s*(?:#[^\n]*\n\s*)*(\S+)").match(data, at)
+        fields.append(token.group(1))
+        at = token.end()
+    return fields[0].decode(), int(fields[1]), int(fields[2]), data[at + 1:]
+
+
+class Result:
+    def __init__(self, process, folder):
+        self.status = process.returncode
+        self.stdout = process.stdout
+        self.stderr = process.stderr
+        self.folder = folder
+
+    def pages(self, pattern="page*.pnm"):
+        return sorted(self.folder.glob(pattern))
+
+    def recorded(self, device="*"):
+        return sorted((self.folder / "recorded").glob(f"dev{device}-*.pnm"))
+
+
+class ScanTestCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = Path(tempfile.mkdtemp(prefix="scan-test-"))
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def simulate(self, devices, command, options=(), log=False, timeout=TIMEOUT):
+        """Runs command in the test's folder with the devices given as MODEL[,KEY=VALUE]...
+        or as lists of arguments that start with one."""
+        arguments = [SCANNER_SIM, "--record", "recorded", *options]
+        for device in devices:
+            first, *rest = [device] if isinstance(device, str) else device
+            arguments += ["--usb", first, *rest]
+        environment = []
+        if PRELOAD:
+            environment = ["env", f"LD_PRELOAD={PRELOAD}"]
+        (self.folder / "recorded").mkdir(exist_ok=True)
+        process = subprocess.run(arguments + ["--"] + environment + list(command),
+                                 cwd=self.folder, stdout=subprocess.PIPE,
+                                 stderr=subprocess.PIPE, text=True, errors="replace",
+                                 stdin=subprocess.DEVNULL, timeout=timeout)
+        return Result(process, self.folder)
+
+    def scan(self, device, *arguments, output="page.pnm", options=()):
+        result = self.simulate([device], ["scanimage", "--format=pnm", *arguments, "-o", output],
+                               options)
+        self.assertEqual(result.status, 0, result.stderr)
+        return result
+
+    def run_inside(self, devices, script, *arguments, options=(), timeout=TIMEOUT):
+        """Runs a script of inside/, which itself checks and fails."""
+        result = self.simulate(devices, [PYTHON, str(INSIDE / script), *arguments], options,
+                               timeout=timeout)
+        self.assertEqual(result.status, 0, result.stdout + result.stderr)
+        return result
+
+    def assert_same_pages(self, delivered, played):
+        self.assertEqual(len(delivered), len(played))
+        self.assertGreater(len(played), 0)
+        for mine, theirs in zip(delivered, played):
+            got, wanted = read_pnm(mine), read_pnm(theirs)
+            self.assertEqual(got[:3], wanted[:3])
+            self.assertTrue(got[3] == wanted[3], f"{mine} differs from {theirs}")
+
+    def assert_page(self, result):
+        self.assert_same_pages(result.pages(), result.recorded())
+
+
+main = unittest.main

@@ -1,0 +1,62 @@
+"""Front ends: scanimage, python3-sane, and the plain C interface behind the dll loader."""
+
+import simulation
+
+
+class FrontEnds(simulation.ScanTestCase):
+    def test_list(self):
+        result = self.simulate(["flatbed-326", "adf-402", "lut-402"], ["scanimage", "-L"])
+        self.assertEqual(result.status, 0, result.stderr)
+        self.assertEqual(sorted(result.stdout.strip().splitlines()), [
+            "device `Oxle09:libusb/001/004' is a Oxle Colour 402 Scanner",
+            "device `QuillonLegacy_1_0_0:libusb/001/002' is a Quillon Flatbed 326 Scanner",
+            "device `QuillonLegacy_1_0_0:libusb/001/003' is a Quillon Combo 402 Scanner",
+        ])
+
+    def test_options_as_listed(self):
+        result = self.simulate(["adf-402"], ["scanimage", "-A"])
+        self.assertEqual(result.status, 0, result.stderr)
+        for line in ["--resolution 600|300|150|75dpi [300]",
+                     "--mode 24-bit Color|8-bit Grayscale [24-bit Color]",
+                     "--source Flatbed|Automatic Document Feeder [Flatbed]",
+                     "--preview[=(yes|no)] [no]", "-x 0..215.9mm [215.9]"]:
+            self.assertIn(line, result.stdout)
+
+    def test_scanimage_self_test(self):
+        for model in ["flatbed-326", "adf-402", "lut-402"]:
+            result = self.simulate([model], ["scanimage", "-T"])
+            self.assertEqual(result.status, 0, result.stderr)
+            self.assertIn("PASS", result.stderr)
+            self.assertNotIn("FAIL", result.stderr)
+
+    def test_every_option(self):
+        self.run_inside(["flatbed-326"], "options.py", "0")
+        self.run_inside(["adf-402"], "options.py", "1")
+
+    def test_python_sane(self):
+        for model in ["flatbed-326", "combo-401", "adf-402"]:
+            self.run_inside([model], "python_sane.py")
+
+    def test_orders_of_calls(self):
+        for model in ["flatbed-326", "combo-326", "adf-402"]:
+            self.run_inside([model + ",block-delay-ms=1"], "jobs.py")
+
+    def test_interrupt(self):
+        # Slow enough that a page lasts for seconds.
+        for model in ["flatbed-326", "adf-402"]:
+            result = self.run_inside([model + ",block-size=4000,block-delay-ms=10"],
+                                     "interrupt.py")
+            self.assert_same_pages(result.pages("page.pnm"), result.recorded()[-1:])
+            for page in (self.folder / "recorded").iterdir():
+                page.unlink()
+
+    def test_a_thousand_loads(self):
+        self.run_inside(["flatbed-326"], "load_rounds.py")
+
+    def test_every_symbol_bound_at_load(self):
+        result = self.simulate(["flatbed-326"], ["env", "LD_BIND_NOW=1", "scanimage", "-L"])
+        self.assertIn("Flatbed 326", result.stdout)
+
+
+if __name__ == "__main__":
+    simulation.main()
