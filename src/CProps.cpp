@@ -32,7 +32,11 @@ int CProps::setData(const unsigned char* data, int size)
         if (!record || !source || source->setData(record.get(), length) != 0) {
             return 2;
         }
-        Sources.push_back(std::move(source));
+        try {
+            Sources.push_back(std::move(source));
+        } catch (const std::bad_alloc&) {
+            return 2;
+        }
         offset += length;
     }
     return 0;

@@ -60,10 +60,9 @@ int CResponse::processProps()
     if (!property || !pData) {
         return 2;
     }
+    const int offset = std::min(kDataOffset, iSize);
     const int length = RecordBytes::int16(pData.get() + 4);
-    const auto data = RecordBytes::copyPadded(pData.get() + std::min(kDataOffset, iSize),
-                                              iSize - kDataOffset, length);
-    return data ? property->setData(data.get(), length) : 2;
+    return property->setData(pData.get() + offset, std::min(length, iSize - offset));
 }
 
 int CResponse::replyCode() const

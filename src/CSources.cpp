@@ -24,7 +24,11 @@ int CSources::setData(const unsigned char* data, int size)
         if (!resolution || resolution->setData(pdata.get() + offset, iSize - offset) != 0) {
             return 2;
         }
-        ScanRes.push_back(std::move(resolution));
+        try {
+            ScanRes.push_back(std::move(resolution));
+        } catch (const std::bad_alloc&) {
+            return 2;
+        }
     }
     return 0;
 }
