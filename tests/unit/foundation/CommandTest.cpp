@@ -242,7 +242,7 @@ TEST(ICommand, WrapsCommandsOfEveryLength)
 {
     PlainCommand command;
     const Bytes mark = {0xAA, 0xBB, 0xCC, 0xDD};
-    for (int n = 0; n < 300; ++n) {
+    for (int n = 1; n < 300; ++n) {
         const Bytes bytes = counting(n, 1);
         const int pad = (4 - (n + 20) % 4) % 4;
         const int total = n + 20 + pad;
