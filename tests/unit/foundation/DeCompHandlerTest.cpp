@@ -1,0 +1,535 @@
+#include "DeCompHandler.h"
+#include "LogCapture.h"
+#include "TestSupport.h"
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+// What the fake decompressor was asked, and what it shall do.
+struct Script {
+    int bytesGen = 0;
+    int converted = -2;  // -2: the whole chunk, -3: leave *bytesConverted alone
+    int pad = 0;
+    int linesPerBand = 32;
+    int result = CDecomp::DECOMP_LINE_COMPLETED;
+
+    Lines calls;
+    Bytes chunk;
+    int outLen = 0;
+    bool wasOutGiven = false;
+    int created = 0;
+    int destroyed = 0;
+};
+
+// Fills its output with bytes that count up from 1 over a whole block.
+class FakeDecomp : public CDecomp {
+public:
+    explicit FakeDecomp(Script& s) : script(s) { ++script.created; }
+    ~FakeDecomp() override { ++script.destroyed; }
+
+    void StartDecomp(int width, int height, int channels, int bitsPerPixel) override
+    {
+        script.calls.push_back("start " + std::to_string(width) + " " + std::to_string(height) +
+                               " " + std::to_string(channels) + " " + std::to_string(bitsPerPixel));
+    }
+    void EndDecomp() override {}
+    int Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out, int outLen,
+               int* bytesGen) override
+    {
+        EXPECT_EQ(*bytesConverted, 0);
+        EXPECT_EQ(*bytesGen, 0);
+        script.calls.push_back("decomp");
+        script.chunk.assign(in, in + inLen);
+        script.outLen = outLen;
+        script.wasOutGiven = out != nullptr;
+        for (int i = 0; out != nullptr && i < std::min(script.bytesGen + 100, outLen); ++i) {
+            out[i] = static_cast<unsigned char>(i + 1);
+        }
+        *bytesGen = script.bytesGen;
+        if (script.converted != -3) {
+            *bytesConverted = script.converted == -2 ? inLen : script.converted;
+        }
+        return script.result;
+    }
+    void SetQualityFactor(int quality) override
+    {
+        script.calls.push_back("quality " + std::to_string(quality));
+    }
+    int GetMaxLinesPerBand() override { return script.linesPerBand; }
+    int GetNumPadBytesPerLine() override { return script.pad; }
+
+private:
+    Script& script;
+};
+
+class Handler : public DeCompHandler {
+public:
+    explicit Handler(Script& s) : script(s) {}
+    ~Handler() override = default;
+
+protected:
+    std::unique_ptr<CDecomp> createDecompressor(int technology) override
+    {
+        if (technology != 2) {
+            return nullptr;
+        }
+        return std::make_unique<FakeDecomp>(script);
+    }
+
+private:
+    Script& script;
+};
+
+// A chunk of the given size: its size first, in network order, then what counts up.
+Bytes chunk(int size, int announced = -1)
+{
+    const auto value = static_cast<unsigned>(announced < 0 ? size : announced);
+    Bytes bytes = counting(size, 100);
+    for (std::size_t i = 0; i < 4; ++i) {
+        bytes[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
+    }
+    return bytes;
+}
+
+// The scan of the tests: ten grey pixels a line, compressed in technology 2.
+class DeComp : public testing::Test {
+protected:
+    DeComp() : store({{"COMPRESSION", 1}, {"COMPRESSIONTECH", 2}, {"COMPRESSIONLEVEL", 7}, {"COLORDEPTH", 1}})
+    {
+        store.setWindow(10, 20);
+        image.SetAttributes(10, 20, 10, GRAY, FLIP_OFF, COMPRESSION_ON, 7);
+    }
+    void start() { EXPECT_EQ(handler.Initialize(&store), 1); }
+    // One line as the decoder makes it.
+    Bytes line(int n) const { return counting(10, 1 + n * (10 + script.pad)); }
+    Bytes lines(int from, int to) const
+    {
+        Bytes bytes;
+        for (int n = from; n < to; ++n) {
+            bytes = bytes + line(n);
+        }
+        return bytes;
+    }
+    void expect(const Bytes& processed, const Bytes& raw)
+    {
+        EXPECT_EQ(processedBytes(in), processed);
+        EXPECT_EQ(rawBytes(in), raw);
+    }
+
+    Script script;
+    TestStore store;
+    ImageData image;
+    DataBuffer in;
+    Handler handler{script};
+};
+
+// ---- Initialize --------------------------------------------------------------------------
+
+TEST_F(DeComp, InitializeStartsTheDecompressor)
+{
+    store.SetIntOption("COLORDEPTH", 3);
+    const LogCapture capture;
+    start();
+    EXPECT_THAT(script.calls, ElementsAre("quality 7", "start 10 20 3 24"));
+    EXPECT_THAT(capture.plainMessages(),
+                testing::IsSupersetOf({"DeCompHandler Initialize called", "Compression is on",
+                                       "Type is Wicket4", "width = 10", "height = 20",
+                                       "channels = 3"}));
+    EXPECT_TRUE(handler.canDecompress());
+}
+
+TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
+{
+    const std::pair<int, int> cases[] = {{0, 2}, {2, 2}, {-1, 2}, {1, 0}, {1, 1}, {1, 3}};
+    for (const auto& [compression, technology] : cases) {
+        Script other;
+        Handler plain(other);
+        store.SetIntOption("COMPRESSION", compression);
+        store.SetIntOption("COMPRESSIONTECH", technology);
+        const LogCapture capture;
+        EXPECT_EQ(plain.Initialize(&store), 1);
+        EXPECT_EQ(other.created, 0);
+        EXPECT_EQ(capture.contains("Compression is on"), compression == 1);
+        EXPECT_FALSE(capture.contains("Type is Wicket4"));
+        EXPECT_FALSE(capture.contains("width = "));
+        EXPECT_TRUE(plain.canDecompress()) << compression << " " << technology;
+        DataBuffer buffer;
+        fill(buffer, {1}, {2, 3});
+        const LogCapture more;
+        EXPECT_EQ(plain.Decompress(&buffer, &image), 1);
+        EXPECT_EQ(processedBytes(buffer), (Bytes{1, 2, 3}));
+        EXPECT_THAT(more.plainMessages(), ElementsAre("Decompression is not needed."));
+    }
+}
+
+TEST_F(DeComp, TechnologyTwoNeedsADecompressor)
+{
+    class EmptyHandler : public DeCompHandler {
+    protected:
+        std::unique_ptr<CDecomp> createDecompressor(int) override { return nullptr; }
+    };
+    EmptyHandler empty;
+    EXPECT_TRUE(empty.canDecompress());
+    EXPECT_EQ(empty.Initialize(&store), 1);
+    EXPECT_FALSE(empty.canDecompress());
+    store.SetIntOption("COMPRESSION", 0);
+    EXPECT_EQ(empty.Initialize(&store), 1);
+    EXPECT_TRUE(empty.canDecompress());
+}
+
+TEST_F(DeComp, EveryScanGetsANewDecompressor)
+{
+    start();
+    start();
+    EXPECT_EQ(script.created, 2);
+    EXPECT_EQ(script.destroyed, 1);
+}
+
+TEST_F(DeComp, TheDecompressorEndsWithItsHandler)
+{
+    {
+        Handler other(script);
+        other.Initialize(&store);
+    }
+    EXPECT_EQ(script.created, 1);
+    EXPECT_EQ(script.destroyed, 1);
+}
+
+// The decompressor of an earlier scan stays in use.
+TEST_F(DeComp, AnEarlierDecompressorStays)
+{
+    start();
+    script.calls.clear();
+    store.SetIntOption("COMPRESSION", 0);
+    store.setWindow(12, 8);
+    start();
+    EXPECT_EQ(script.created, 1);
+    EXPECT_THAT(script.calls, ElementsAre("quality 7", "start 12 8 1 8"));
+    script.bytesGen = 12;
+    append(in, chunk(20));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    expect(counting(12, 1), {});
+
+    // Of another technology, all that is there is the chunk.
+    store.SetIntOption("COMPRESSIONTECH", 1);
+    start();
+    append(in, counting(30, 50));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.chunk, counting(30, 50));
+}
+
+// ---- Decompress --------------------------------------------------------------------------
+
+TEST_F(DeComp, BeforeInitializeDataPasses)
+{
+    fill(in, {1}, {2});
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    expect({1, 2}, {});
+}
+
+TEST_F(DeComp, InterleavedDataPasses)
+{
+    start();
+    script.calls.clear();
+    image.SetInterleaveInfo(1, 1, 0, 0, 0);
+    fill(in, {1}, chunk(20));
+    const LogCapture capture;
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    expect(Bytes{1} + chunk(20), {});
+    EXPECT_THAT(script.calls, IsEmpty());
+    EXPECT_THAT(capture.plainMessages(),
+                ElementsAre("Data needs interleaving so no decompression needed."));
+}
+
+TEST_F(DeComp, NothingIsNothing)
+{
+    start();
+    fill(in, {1, 2});
+    const LogCapture capture;
+    EXPECT_EQ(handler.Decompress(&in, &image), 0);
+    EXPECT_THAT(capture.plainMessages(), ElementsAre("There's nothing to decompress."));
+    expect({1, 2}, {});
+}
+
+TEST_F(DeComp, AChunkBecomesLines)
+{
+    start();
+    script.bytesGen = 30;
+    fill(in, {77, 78}, chunk(20));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.chunk, chunk(20));
+    expect(Bytes{77, 78} + lines(0, 3), {});
+}
+
+TEST_F(DeComp, PadBytesAreSkipped)
+{
+    for (const int pad : {1, 6, 40}) {
+        script = Script();
+        script.pad = pad;
+        start();
+        script.bytesGen = 30;
+        in.Reset();
+        append(in, chunk(20));
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        expect(lines(0, 3), {});
+    }
+}
+
+TEST_F(DeComp, TheRemainderBehindTheLastLineIsDropped)
+{
+    start();
+    for (const auto& [bytesGen, count] : {std::pair(39, 3), std::pair(9, 0), std::pair(11, 1)}) {
+        script.bytesGen = bytesGen;
+        in.Reset();
+        append(in, chunk(20));
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        expect(lines(0, count), {});
+    }
+}
+
+TEST_F(DeComp, APartialChunkWaits)
+{
+    start();
+    script.bytesGen = 10;
+    const Bytes whole = chunk(20);
+    for (int size = 1; size < 20; ++size) {
+        script.calls.clear();
+        in.Reset();
+        fill(in, {1}, slice(whole, 0, size));
+        const LogCapture capture;
+        EXPECT_EQ(handler.Decompress(&in, &image), 0);
+        expect({1}, slice(whole, 0, size));
+        EXPECT_THAT(script.calls, IsEmpty());
+        EXPECT_THAT(capture.plainMessages(),
+                    ElementsAre("cannot decompress ... not enough data"))
+            << size;
+        append(in, slice(whole, size, 20));
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        EXPECT_EQ(script.chunk, whole);
+        expect(Bytes{1} + line(0), {});
+    }
+}
+
+TEST_F(DeComp, OneChunkACall)
+{
+    start();
+    script.bytesGen = 20;
+    append(in, chunk(20) + chunk(30) + slice(chunk(20), 0, 10));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.chunk, chunk(20));
+    expect(lines(0, 2), chunk(30) + slice(chunk(20), 0, 10));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.chunk, chunk(30));
+    expect(lines(0, 2) + lines(0, 2), slice(chunk(20), 0, 10));
+    EXPECT_EQ(handler.Decompress(&in, &image), 0);
+    expect(lines(0, 2) + lines(0, 2), slice(chunk(20), 0, 10));
+}
+
+TEST_F(DeComp, NegativeChunkSizesAreRefused)
+{
+    start();
+    script.calls.clear();
+    for (const int top : {0x80, 0xFF}) {
+        in.Reset();
+        Bytes bytes = chunk(20, 5);
+        bytes[0] = static_cast<unsigned char>(top);
+        append(in, bytes);
+        const LogCapture capture;
+        EXPECT_EQ(handler.Decompress(&in, &image), 0);
+        EXPECT_THAT(capture.plainMessages(),
+                    ElementsAre("CHUNKSIZE = " + std::to_string(top == 0x80 ? INT_MIN + 5 : -16777211)));
+        expect({}, bytes);
+    }
+    EXPECT_THAT(script.calls, IsEmpty());
+}
+
+TEST_F(DeComp, TheOutputBlockIsSizedByTheChunk)
+{
+    script.pad = 6;
+    start();
+    script.bytesGen = 10;
+    append(in, chunk(20));
+    const LogCapture capture;
+    handler.Decompress(&in, &image);
+    EXPECT_GE(script.outLen, (6 + 20) * 32 * 5);
+    EXPECT_THAT(capture.plainMessages(),
+                testing::IsSupersetOf(
+                    {"GetNumPadBytesPerLine = 6", "GetMaxLinesPerBand = 32", "OutBufferSize = 4160",
+                     "After malloc", "After Decomp", "BytesGen = 10", "BytesConverted = 20",
+                     " 1  2  3  4  5  6  7  8  9  A", "LinesPerBand = 1",
+                     "Decompression successful!"}));
+}
+
+TEST_F(DeComp, LogsTheLinesStillToGo)
+{
+    start();
+    script.bytesGen = 30;
+    append(in, chunk(20));
+    const LogCapture capture;
+    handler.Decompress(&in, &image);
+    Lines counts;
+    for (const std::string& message : capture.plainMessages()) {
+        if (message.rfind("LinesPerBand", 0) == 0) {
+            counts.push_back(message);
+        }
+    }
+    EXPECT_THAT(counts, ElementsAre("LinesPerBand = 3", "LinesPerBand = 2", "LinesPerBand = 1"));
+}
+
+TEST_F(DeComp, BytesThatTheDecoderDidNotConsumeStayRaw)
+{
+    start();
+    script.bytesGen = 10;
+    for (const auto& [converted, consumed] :
+         {std::pair(5, 5), std::pair(0, 0), std::pair(-1, 0), std::pair(20, 20),
+          std::pair(24, 20)}) {
+        script.converted = converted;
+        in.Reset();
+        const Bytes raw = chunk(20) + chunk(30);
+        fill(in, {1}, raw);
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        expect(Bytes{1} + line(0), slice(raw, consumed, 50));
+    }
+}
+
+TEST_F(DeComp, ADecoderThatMadeNothingLeavesNoLines)
+{
+    start();
+    script.result = CDecomp::DECOMP_ERROR;
+    append(in, chunk(20));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    expect({}, {});
+}
+
+// What lies behind the bytes that the decoder wrote is zero, never the heap's.
+TEST_F(DeComp, LinesThatWereNotWrittenAreZero)
+{
+    class SilentDecomp : public FakeDecomp {
+    public:
+        using FakeDecomp::FakeDecomp;
+        int Decomp(unsigned char*, int inLen, int* bytesConverted, unsigned char*, int,
+                   int* bytesGen) override
+        {
+            *bytesConverted = inLen;
+            *bytesGen = 50;
+            return DECOMP_ERROR;
+        }
+    };
+    class SilentHandler : public DeCompHandler {
+    public:
+        explicit SilentHandler(Script& s) : script(s) {}
+
+    protected:
+        std::unique_ptr<CDecomp> createDecompressor(int) override
+        {
+            return std::make_unique<SilentDecomp>(script);
+        }
+
+    private:
+        Script& script;
+    };
+    SilentHandler silent(script);
+    silent.Initialize(&store);
+    for (int round = 0; round < 3; ++round) {
+        in.Reset();
+        append(in, chunk(200));
+        EXPECT_EQ(silent.Decompress(&in, &image), 1);
+        expect(Bytes(50, 0), {});
+        // Dirty blocks of the size for the next round.
+        const Bytes dirt(200 * 32 * 5, 0xEE);
+        EXPECT_EQ(dirt.back(), 0xEE);
+    }
+}
+
+// ---- decoders and settings that make no sense ---------------------------------------------
+
+TEST_F(DeComp, UnusualResultsStayInsideTheBuffers)
+{
+    for (const int bytesGen : {INT_MIN, -1, 0, 3200, 3300, 1000000}) {
+        for (const int converted : {INT_MIN, -1, 0, 19, 21, 1000, INT_MAX}) {
+            script = Script();
+            start();
+            script.bytesGen = bytesGen;
+            script.converted = converted;
+            in.Reset();
+            fill(in, {1}, chunk(20) + Bytes{5});
+            const int result = handler.Decompress(&in, &image);
+            EXPECT_TRUE(result == 0 || result == 1);
+            EXPECT_EQ(processedBytes(in)[0], 1);
+            // Never more than the lines announced.
+            EXPECT_LE(in.GetProcessedDataSize(), 1 + std::max(bytesGen, 0) + 21);
+            const int left = 21 - std::clamp(converted, 0, 20);
+            EXPECT_EQ(in.GetRawDataSize(), left) << bytesGen << " " << converted;
+        }
+    }
+}
+
+TEST_F(DeComp, LinesBeyondTheOutputBlockAreNotTheHeaps)
+{
+    start();
+    script.bytesGen = 3500;
+    append(in, chunk(20));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    const Bytes made = processedBytes(in);
+    ASSERT_GE(sizeOf(made), 3200);
+    const int room = std::min(script.outLen, sizeOf(made));
+    for (int i = 0; i < sizeOf(made); ++i) {
+        const bool isWritten = i < room && i < 3500 + 100;
+        ASSERT_EQ(made[static_cast<std::size_t>(i)], isWritten ? (i + 1) % 256 : 0) << i;
+    }
+}
+
+TEST_F(DeComp, NoStrideEnds)
+{
+    store.SetIntOption("COLORDEPTH", 0);
+    start();
+    script.bytesGen = 30;
+    append(in, chunk(20));
+    const int result = handler.Decompress(&in, &image);
+    EXPECT_TRUE(result == 0 || result == 1);
+    EXPECT_EQ(in.GetProcessedDataSize(), 0);
+}
+
+TEST_F(DeComp, ABlockThatDoesNotFitIsRefused)
+{
+    for (const auto& [pad, lines] : {std::pair(INT_MAX, 32), std::pair(0, INT_MAX),
+                                     std::pair(INT_MIN, 32), std::pair(-100, 32), std::pair(0, -1)}) {
+        script = Script();
+        script.pad = pad;
+        script.linesPerBand = lines;
+        start();
+        script.bytesGen = 0;
+        in.Reset();
+        append(in, chunk(20));
+        const LogCapture capture;
+        const int result = handler.Decompress(&in, &image);
+        EXPECT_TRUE(result == 0 || result == 1);
+        EXPECT_GE(script.outLen, 0);
+        EXPECT_TRUE(script.wasOutGiven || script.outLen == 0 || capture.contains("malloc failed"));
+    }
+}
+
+TEST(CDecomp, HasItsDefaults)
+{
+    EXPECT_EQ(CDecomp::DECOMP_ERROR, -1);
+    EXPECT_EQ(CDecomp::DECOMP_DONE, 1);
+    EXPECT_EQ(CDecomp::DECOMP_LINE_COMPLETED, 2);
+    EXPECT_EQ(CDecomp::DECOMP_ERROR_MORE_DATA, 3);
+    EXPECT_THAT((std::vector<int>{
+                    virtualSlot(&CDecomp::StartDecomp), virtualSlot(&CDecomp::EndDecomp),
+                    virtualSlot(&CDecomp::Decomp), virtualSlot(&CDecomp::SetQualityFactor),
+                    virtualSlot(&CDecomp::GetMaxLinesPerBand),
+                    virtualSlot(&CDecomp::GetNumPadBytesPerLine)}),
+                ElementsAre(2, 3, 4, 5, 6, 7));
+}
+
+}  // namespace
