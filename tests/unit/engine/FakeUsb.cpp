@@ -224,7 +224,7 @@ struct usb_bus* usb_get_busses(void)
 
 usb_dev_handle* usb_open(struct usb_device* device)
 {
-    FakeUsb& usb = record("open %s", device->filename);
+    FakeUsb& usb = record("open %.100s", device->filename);
     if (usb.result("open") != 0) {
         return nullptr;
     }
