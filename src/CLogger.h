@@ -16,9 +16,13 @@
 // own, so one object must not log from two threads at a time.
 class CLogger {
 public:
-    // The buffers are scratch space: neither initialised nor copied.
-    CLogger() {}
-    CLogger(const CLogger&) {}
+    // The buffers are scratch space: neither cleared nor copied.
+    CLogger()
+    {
+        mbuf[0] = '\0';
+        fbuf[0] = '\0';
+    }
+    CLogger(const CLogger&) : CLogger() {}
     CLogger& operator=(const CLogger&) { return *this; }
 
     void log_debug(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
