@@ -94,13 +94,15 @@ int IMColorCorrect::Perform(ImageData* img, int len)
     const int stride = img->GetStride();
     const bool isLoaded = hScanCorrectHandle != nullptr && fpScanCorrect != nullptr &&
                           pLutColor != nullptr && pLutGray != nullptr;
-    if (!isLoaded || stride < 1) {
+    unsigned char* data = img->GetRawDataPtr();
+    if (!isLoaded || stride < 1 || data == nullptr) {
         SL_TRACE("Scan Correct failed.");
         return 0;
     }
     const bool isColour = img->GetNumOfChannels() == 3;
-    const int error = fpScanCorrect(img->GetRawDataPtr(), img->GetScanWidth(), len / stride,
-                                    stride, isColour ? 1 : 0, isColour ? pLutColor : pLutGray,
+    const int lines = std::min(len, img->GetRawDataSize()) / stride;
+    const int error = fpScanCorrect(data, img->GetScanWidth(), lines, stride, isColour ? 1 : 0,
+                                    isColour ? pLutColor : pLutGray,
                                     isColour ? pLutColorSize : pLutGraySize);
     if (error != 0) {
         SL_TRACE("Scan Correct error = %d.", error);
