@@ -453,6 +453,19 @@ void buildDeviceList(const Descriptions& found)
 
 // ---- frame start -------------------------------------------------------------------
 
+// Front ends ask for the parameters when the area is mirrored already: a width that comes
+// out one bit smaller there must not cost a pixel of each line that the scanner sends.
+void keepPixels(ScanLib* engine, int pixels)
+{
+    constexpr int kMostBits = 4;
+    for (int i = 0; i < kMostBits && engine->GetIntValue("PIXELS_PER_LINE") != pixels; ++i) {
+        const double left = engine->GetDoubleValue("CURRENTTLX");
+        const bool isTooNarrow = engine->GetIntValue("PIXELS_PER_LINE") < pixels;
+        engine->SetDoubleValue("CURRENTTLX", std::nextafter(left, isTooNarrow ? left - 1.0
+                                                                              : left + 1.0));
+    }
+}
+
 // Turns the scan area about the middle of the bed. The feeder presents the paper from the
 // other side; done twice, the area is as it was.
 void mirrorArea(ScanLib* engine, bool isTraced)
@@ -464,8 +477,10 @@ void mirrorArea(ScanLib* engine, bool isTraced)
     const double width = right - left;
     const double newRight = edge - left;
     const double newLeft = edge - left - width;
+    const int pixels = engine->GetIntValue("PIXELS_PER_LINE");
     engine->SetDoubleValue("CURRENTBRX", newRight);
     engine->SetDoubleValue("CURRENTTLX", newLeft);
+    keepPixels(engine, pixels);
     if (!isTraced) {
         return;
     }

@@ -111,6 +111,16 @@ class Pages(simulation.ScanTestCase):
         self.assertEqual(result.status, 7)
         self.assertIn("out of documents", result.stderr)
 
+    def test_feeder_windows_keep_their_width(self):
+        # Widths in whole pixels, where the mirrored area may come out a bit narrower.
+        for name, width in [("Index Card (3 x 5 in)", 450), ("4 x 6 in", 600)]:
+            with self.subTest(media=name):
+                result = self.run_inside(
+                    [["adf-402,feeder.sheets=2", "--feature", "BOTTOMRIGHTX=216.0"]],
+                    "media_page.py", name)
+                self.assertEqual([read_pnm(page)[1] for page in result.recorded()],
+                                 [width, width])
+
     def test_colour_correction(self):
         plain = self.scan("lut-402", "--resolution", "75", "-y", "60", output="page.pnm")
         magic, width, height, corrected = read_pnm(plain.pages()[0])
