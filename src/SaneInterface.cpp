@@ -457,12 +457,16 @@ void buildDeviceList(const Descriptions& found)
 // out one bit smaller there must not cost a pixel of each line that the scanner sends.
 void keepPixels(ScanLib* engine, int pixels)
 {
-    constexpr int kMostBits = 4;
-    for (int i = 0; i < kMostBits && engine->GetIntValue("PIXELS_PER_LINE") != pixels; ++i) {
+    constexpr int kMostSteps = 4;
+    const double right = engine->GetDoubleValue("CURRENTBRX");
+    const double step = std::nextafter(right, right + 1.0) - right;
+    for (int i = 0; i < kMostSteps; ++i) {
+        const int mirrored = engine->GetIntValue("PIXELS_PER_LINE");
+        if (mirrored == pixels) {
+            return;
+        }
         const double left = engine->GetDoubleValue("CURRENTTLX");
-        const bool isTooNarrow = engine->GetIntValue("PIXELS_PER_LINE") < pixels;
-        engine->SetDoubleValue("CURRENTTLX", std::nextafter(left, isTooNarrow ? left - 1.0
-                                                                              : left + 1.0));
+        engine->SetDoubleValue("CURRENTTLX", mirrored < pixels ? left - step : left + step);
     }
 }
 
