@@ -29,9 +29,10 @@ std::unique_ptr<CDecomp> DeCompHandler::createDecompressor(int /*technology*/)
     return nullptr;
 }
 
-bool DeCompHandler::canDecompress() const
+bool DeCompHandler::canDecompress(ConfigReader* cfg)
 {
-    return !isCompressed || CompressionType != kWicket || DeCompressor != nullptr;
+    return cfg->GetIntOption("COMPRESSION") != 1 ||
+           cfg->GetIntOption("COMPRESSIONTECH") != kWicket || createDecompressor(kWicket) != nullptr;
 }
 
 int DeCompHandler::Initialize(ConfigReader* cfg)
@@ -39,8 +40,7 @@ int DeCompHandler::Initialize(ConfigReader* cfg)
     SL_START();
     SL_TRACE("DeCompHandler Initialize called");
     CompressionType = cfg->GetIntOption("COMPRESSIONTECH");
-    isCompressed = cfg->GetIntOption("COMPRESSION") == 1;
-    if (isCompressed) {
+    if (cfg->GetIntOption("COMPRESSION") == 1) {
         SL_TRACE("Compression is on");
         if (CompressionType == kWicket) {
             DeCompressor = createDecompressor(CompressionType);

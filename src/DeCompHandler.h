@@ -24,8 +24,8 @@ public:
     // chunk could be decompressed; its bytes stay raw.
     int Decompress(DataBuffer* in, ImageData* img);
 
-    // False when the scan is compressed in a way that has no decompressor.
-    bool canDecompress() const;
+    // False when the store asks for a compression that has no decompressor.
+    bool canDecompress(ConfigReader* cfg);
 
 protected:
     // The decompressor for a compression technology, or null.
@@ -44,5 +44,4 @@ private:
     int complevel = 0;
     int bits_per_channel = 8;
     int stride = 0;
-    bool isCompressed = false;
 };

@@ -13,8 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <vector>
 
+#include <dlfcn.h>
 #include <usb.h>
 
 namespace {
@@ -116,6 +116,20 @@ char* newDeviceName(usb_bus& bus, struct usb_device& device)
     return name;
 }
 
+// libusb frees none of its lists when it is unloaded, so that every round of sane_init and
+// sane_exit would lose them. Loaded once, it stays.
+void keepLibusbLoaded()
+{
+    Dl_info libusb;
+    if (dladdr(reinterpret_cast<void*>(&usb_init), &libusb) == 0) {
+        return;
+    }
+    void* handle = dlopen(libusb.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    if (handle != nullptr) {
+        dlclose(handle);
+    }
+}
+
 void freeNames(char** names, int count)
 {
     for (int i = 0; i < count; ++i) {
@@ -129,6 +143,7 @@ void freeNames(char** names, int count)
 IOComm::IOComm()
 {
     SL_START();
+    keepLibusbLoaded();
     usb_init();
     usb_find_busses();
     usb_find_devices();

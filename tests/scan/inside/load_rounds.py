@@ -35,4 +35,4 @@ for round in range(ROUNDS):
 after = resident_kb(), descriptors()
 print(f"resident {before[0]} -> {after[0]} KiB, descriptors {before[1]} -> {after[1]}")
 assert after[1] == before[1]
-assert (after[0] - before[0]) * 1024 / (ROUNDS - 50) < 16384
+assert (after[0] - before[0]) * 1024 / (ROUNDS - 50) < 1024
