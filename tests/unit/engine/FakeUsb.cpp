@@ -140,7 +140,9 @@ int FakeUsb::result(const std::string& call)
     }
     const auto [value, error] = queue.front();
     queue.pop_front();
-    errno = error;
+    if (error != 0) {
+        errno = error;
+    }
     return value;
 }
 

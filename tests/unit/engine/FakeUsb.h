@@ -46,7 +46,7 @@ public:
     // Takes every device away; their records go with the next search.
     void unplugAll();
 
-    // The next call of that name gives this result, with errno set to error.
+    // The next call of that name gives this result and sets errno, unless error is 0.
     void fail(const std::string& call, int result, int error = 0);
     // What the next bulk reads deliver. Without any, a read gives 0 bytes.
     void deliver(const Bytes& block) { reads_.push_back({static_cast<int>(block.size()), block}); }

@@ -268,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Binding{"NoDevice", "v/p/libusb:bus-of-15-chars", 7},
                     Binding{"NotUsb", "v/p/libnet:bus-of-15-chars:dev-of-15-chars", 7},
                     Binding{"Empty", "", 7},
-                    Binding{"BeyondTheCut", std::string(256, 'v') + "/libusb:bus-of-15-chars:dev", 7}),
+                    Binding{"BeyondTheCut", std::string(256, 'v') + kLongBinding, 7}),
     kByName);
 
 TEST_F(IOCommTest, DeviceNameNeedNotOutliveTheCall)
@@ -435,6 +435,11 @@ TEST_F(IOCommTest, OtherConfigurationFailuresDoNotCount)
 
     attach(FakeDevice());
     errno = EPERM;  // stale: the call succeeds
+    EXPECT_EQ(comm->openDevice(), 0);
+
+    attach(FakeDevice());
+    errno = EPERM;  // stale: the call fails without a reason
+    usb.fail("set_configuration", -1);
     EXPECT_EQ(comm->openDevice(), 0);
 }
 

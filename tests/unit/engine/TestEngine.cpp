@@ -31,6 +31,9 @@ int FakeTransport::openDevice()
 int FakeTransport::closeDevice()
 {
     calls_->push_back("close");
+    if (onClose) {
+        onClose();
+    }
     return 0;
 }
 
