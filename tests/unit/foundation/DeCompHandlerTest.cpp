@@ -144,7 +144,7 @@ TEST_F(DeComp, InitializeStartsTheDecompressor)
                 testing::IsSupersetOf({"DeCompHandler Initialize called", "Compression is on",
                                        "Type is Wicket4", "width = 10", "height = 20",
                                        "channels = 3"}));
-    EXPECT_TRUE(handler.canDecompress());
+    EXPECT_TRUE(handler.canDecompress(&store));
 }
 
 TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
@@ -161,7 +161,7 @@ TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
         EXPECT_EQ(capture.contains("Compression is on"), compression == 1);
         EXPECT_FALSE(capture.contains("Type is Wicket4"));
         EXPECT_FALSE(capture.contains("width = "));
-        EXPECT_TRUE(plain.canDecompress()) << compression << " " << technology;
+        EXPECT_TRUE(plain.canDecompress(&store)) << compression << " " << technology;
         DataBuffer buffer;
         fill(buffer, {1}, {2, 3});
         const LogCapture more;
