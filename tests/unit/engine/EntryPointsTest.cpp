@@ -10,7 +10,6 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <fcntl.h>
@@ -19,10 +18,8 @@
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
-using testing::TestWithParam;
 using namespace entry;
 
 namespace {

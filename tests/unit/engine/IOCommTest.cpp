@@ -18,7 +18,6 @@
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSubsetOf;
@@ -180,7 +179,8 @@ TEST(IOCommListTest, DeviceThatCannotBeOpenedIsListedAsUnknown)
     SaneConfReader conf;
     conf.Add(0x1234, 0x3260, "/model.ini", "Model");
     IOComm comm;
-    EXPECT_THAT(listScanners(comm, conf), ElementsAre("Unknown Vendor/Unknown Scanner/libusb:001:002"));
+    EXPECT_THAT(listScanners(comm, conf),
+                ElementsAre("Unknown Vendor/Unknown Scanner/libusb:001:002"));
     EXPECT_THAT(usb.callsOf("close"), IsEmpty());
 }
 

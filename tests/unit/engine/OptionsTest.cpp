@@ -11,7 +11,6 @@
 #include <cstring>
 
 using testing::ElementsAre;
-using testing::TestWithParam;
 using namespace entry;
 
 namespace {

@@ -10,8 +10,6 @@
 
 #include <memory>
 
-using testing::Contains;
-using testing::TestWithParam;
 
 namespace {
 
