@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <tuple>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -388,13 +389,17 @@ TEST(ICommand, CarriesTheRestOfABlockOver)
 
 TEST(ICommand, AsksForAnotherCallWhileMoreThanAHeaderIsLeft)
 {
-    for (int rest = 0; rest < 30; ++rest) {
-        PlainCommand command;
-        DataBuffer buffer;
-        append(buffer, block(counting(10), 9, 1) + Bytes(static_cast<std::size_t>(rest), 7));
-        EXPECT_EQ(command.removeESC(&buffer), rest > 9 ? 1 : 0) << rest;
-        EXPECT_EQ(processedBytes(buffer), counting(10));
-        EXPECT_EQ(buffer.GetRawDataSize(), rest);
+    const std::tuple<int, int, int> versions[] = {{326, 9, 1}, {401, 10, 2}, {402, 31, 23}};
+    for (const auto& [version, strip, stripMin] : versions) {
+        for (int rest = 0; rest < 50; ++rest) {
+            const auto command = create(version);
+            DataBuffer buffer;
+            append(buffer, block(counting(10), strip, stripMin) +
+                               Bytes(static_cast<std::size_t>(rest), 7));
+            EXPECT_EQ(command->removeESC(&buffer), rest > strip ? 1 : 0) << version << " " << rest;
+            EXPECT_EQ(processedBytes(buffer), counting(10));
+            EXPECT_EQ(buffer.GetRawDataSize(), rest);
+        }
     }
 }
 

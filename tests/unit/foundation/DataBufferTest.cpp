@@ -308,6 +308,28 @@ TEST(DataBuffer, AllocatesNothingOnceWarm)
     EXPECT_EQ(allocations.count(), 0);
 }
 
+// Also when it never runs empty.
+TEST(DataBuffer, AllocatesNothingWhileSomethingStays)
+{
+    DataBuffer buffer;
+    const Bytes block = counting(1000);
+    append(buffer, block);
+    const auto round = [&] {
+        buffer.SetRawData(block.data(), sizeOf(block));
+        buffer.SetProcessedDataSize(1000);
+        buffer.DiscardProcessedData(1000);
+    };
+    for (int i = 0; i < 20; ++i) {
+        round();
+    }
+    const Allocations allocations;
+    for (int i = 0; i < 1000; ++i) {
+        round();
+    }
+    EXPECT_EQ(allocations.count(), 0);
+    EXPECT_EQ(allBytes(buffer), block);
+}
+
 TEST(DataBuffer, GrowsInFewSteps)
 {
     DataBuffer buffer;

@@ -540,6 +540,17 @@ TEST(Records, UnusualSizesAreHarmless)
         scanRes.setData(bytes.data(), size);
         scanRes.isEqual();
     }
+    const std::pair<int (CSources::*)(int*) const, int> fields[] = {
+        {&CSources::getOrgOffset, 6}, {&CSources::getWidth, 10}, {&CSources::getHeight, 14}};
+    for (int size = 1; size < 15; ++size) {
+        CSources sources;
+        sources.setData(Bytes(15, 1).data(), size);
+        for (const auto& [getter, end] : fields) {
+            int value = kUntouched;
+            EXPECT_EQ((sources.*getter)(&value), size >= end ? 0 : -1) << size;
+            EXPECT_EQ(value, size >= end ? 0x01010101 : kUntouched) << size;
+        }
+    }
     CSources cut;
     const Bytes record = slice(source(1, 2, 3, 4, 5, {resolution(6, 7, 8), resolution(9, 9, 9)}), 0, 20);
     EXPECT_EQ(cut.setData(record.data(), sizeOf(record)), 0);
