@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr int kMostChannels = 3;
+
 // Bytes of one interleaved line, which may be more than an int holds.
 std::int64_t lineLength(const ImageData& img)
 {
@@ -44,17 +46,47 @@ public:
     // Writes size bytes of the merged line from pixel first on.
     void write(std::int64_t first, unsigned char* to, int size) const
     {
-        unsigned char pixel[4] = {};
-        std::int64_t index = first;
-        for (int done = 0; done < size; ++index) {
-            copyPixel(index, pixel);
-            const int n = std::min(channels_, size - done);
-            memcpy(to + done, pixel, static_cast<size_t>(n));
-            done += n;
-        }
+        const std::int64_t end = first + size / channels_;
+        const std::int64_t insideFrom = std::clamp(firstInside(), first, end);
+        const std::int64_t insideTo = std::clamp(endInside(), insideFrom, end);
+        to = writeChecked(first, insideFrom, to);
+        to = channels_ == 3 ? writeInside<3>(insideFrom, insideTo, to)
+                            : writeInside<1>(insideFrom, insideTo, to);
+        to = writeChecked(insideTo, end, to);
+
+        unsigned char pixel[kMostChannels];
+        copyPixel(end, pixel);
+        memcpy(to, pixel, static_cast<size_t>(size % channels_));
     }
 
 private:
+    // The pixels whose bytes all lie inside their halves, with channels that alternate.
+    std::int64_t firstInside() const { return std::max<std::int64_t>(0, -2 * trim_); }
+    std::int64_t endInside() const
+    {
+        const bool isFast = channels_ == 1 || channels_ == 3;
+        const std::int64_t pixels = std::min(a_.size, b_.size) / channels_ - trim_;
+        return isFast ? std::min(2 * pixels, length_ / channels_) : 0;
+    }
+
+    unsigned char* writeChecked(std::int64_t from, std::int64_t end, unsigned char* to) const
+    {
+        for (std::int64_t index = from; index < end; ++index, to += channels_) {
+            copyPixel(index, to);
+        }
+        return to;
+    }
+
+    template <int kChannels>
+    unsigned char* writeInside(std::int64_t from, std::int64_t end, unsigned char* to) const
+    {
+        for (std::int64_t index = from; index < end; ++index, to += kChannels) {
+            const unsigned char* half = index % 2 != 0 ? b_.bytes : a_.bytes;
+            memcpy(to, half + (trim_ + index / 2) * kChannels, kChannels);
+        }
+        return to;
+    }
+
     void copyPixel(std::int64_t index, unsigned char* pixel) const
     {
         const std::int64_t position = index * channels_;

@@ -520,7 +520,9 @@ int startFrame(ScanLib* engine)
     SL_TRACE_TO(log, "after ScanLib::Start. ");
     if (status != SANE_STATUS_GOOD) {
         SL_TRACE_TO(log, "ScanLib start failed");
-        mirrorArea(engine, false);
+        if (status != SANE_STATUS_CANCELLED) {
+            mirrorArea(engine, false);
+        }
         engine->SetIntValue("CURRENTDPI", iDpi);
         UpdateOptions(engine);
     } else if (engine->GetIntValue("SCAN_SOURCE") == kFeederSource) {

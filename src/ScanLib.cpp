@@ -508,15 +508,13 @@ bool ScanLib::checkFeeder(int* adf, int* ret)
 int ScanLib::CheckScanSettings()
 {
     SL_START();
-    const double width =
-        GetDoubleValue("CURRENTBRX") - GetDoubleValue("CURRENTTLX") + kTolerance;
-    const double height =
-        GetDoubleValue("CURRENTBRY") - GetDoubleValue("CURRENTTLY") + kTolerance;
+    const double width = GetDoubleValue("CURRENTBRX") - GetDoubleValue("CURRENTTLX");
+    const double height = GetDoubleValue("CURRENTBRY") - GetDoubleValue("CURRENTTLY");
     SL_TRACE("scan source is %d", GetIntValue("SCAN_SOURCE"));
     if (width <= 0.0 || height <= 0.0) {
         SL_RETURN(refuse("[WARN] Negative width or height"));
     }
-    if (width < kSmallestExtent || height < kSmallestExtent) {
+    if (width + kTolerance < kSmallestExtent || height + kTolerance < kSmallestExtent) {
         SL_RETURN(refuse("[WARN] Scan size is below the minimum"));
     }
 
@@ -653,7 +651,7 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
         SL_RETURN(status);
     }
     *length = Image->GetProcessedData(data, max_length);
-    if (status == SANE_STATUS_EOF && *length > 0) {
+    if (status == SANE_STATUS_EOF && (*length > 0 || Image->GetProcessedDataSize() > 0)) {
         // The bytes go out now, the end of the frame after the last of them.
         status = SANE_STATUS_GOOD;
         SL_TRACE("return status good");

@@ -250,6 +250,17 @@ TEST(AcquireImageTest, EndWithMoreBytesThanTheCallerTakes)
     EXPECT_THAT(engine.calls(), ElementsAre("read", "command 5"));
 }
 
+TEST(AcquireImageTest, EndWaitsForACallerWithoutRoom)
+{
+    TestEngine engine;
+    engine.startFrame();
+    engine.transport->steps = {{1, ramp(100)}};
+    acquire(engine, 7);
+    EXPECT_EQ(acquire(engine, 0).status, 0);
+    EXPECT_EQ(acquire(engine, 100).bytes.size(), 93u);
+    EXPECT_EQ(acquire(engine, 0).status, 5);
+}
+
 TEST(AcquireImageTest, NextFrameStartsEmpty)
 {
     TestEngine engine;

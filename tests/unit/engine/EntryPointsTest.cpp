@@ -463,6 +463,7 @@ TEST_P(InterruptTest, WhileTheReadFails)
 
 TEST_P(InterruptTest, WhileStarting)
 {
+    engine->SetDoubleValue("CURRENTTLX", 20.0);
     for (const int command : {3, 4}) {
         engine->transport->onCommand = [&](int id) {
             if (id == command) {
@@ -472,6 +473,8 @@ TEST_P(InterruptTest, WhileStarting)
         EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_CANCELLED);
         EXPECT_EQ(calls->back(), "close");
         EXPECT_EQ(engine->ScanInProgress, 0);
+        // The area is as the front end has set it.
+        EXPECT_EQ(engine->GetDoubleValue("CURRENTTLX"), 20.0);
         // Only a device that was told to scan is told to stop.
         EXPECT_EQ(std::count(calls->begin(), calls->end(), "command 4"), command == 4 ? 1 : 0);
         EXPECT_EQ(std::count(calls->begin(), calls->end(), "command 0"), command == 4 ? 1 : 0);
