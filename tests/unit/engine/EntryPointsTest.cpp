@@ -464,6 +464,7 @@ TEST_P(InterruptTest, WhileTheReadFails)
 TEST_P(InterruptTest, WhileStarting)
 {
     engine->SetDoubleValue("CURRENTTLX", 20.0);
+    engine->SetDoubleValue("CURRENTBRX", 60.0);
     for (const int command : {3, 4}) {
         engine->transport->onCommand = [&](int id) {
             if (id == command) {
