@@ -29,8 +29,7 @@ public:
     void log_info(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
     void log_error(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
     // Logs, then ends the process with status 1 (also while the switch is off).
-    [[noreturn]] void log_fatal(const char* fmt, ...) const
-        __attribute__((format(printf, 2, 3)));
+    [[noreturn]] void log_fatal(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
 
     // Logs size bytes in hexadecimal, 32 to a line.
     void hex_dump(const unsigned char* data, int size) const;
@@ -56,26 +55,26 @@ private:
 #define SL_PREFIX_ARGS \
     static_cast<int>(getpid()), static_cast<int>(pthread_self()), __FILE__, __LINE__, __func__
 
-#define SL_TRACE_TO(logger, fmt, ...)                                                         \
-    do {                                                                                      \
-        if (CLogger::debugEnabled()) {                                                        \
+#define SL_TRACE_TO(logger, fmt, ...)                                                            \
+    do {                                                                                         \
+        if (CLogger::debugEnabled()) {                                                           \
             (logger).log_debug(SL_PREFIX_FORMAT fmt, SL_PREFIX_ARGS __VA_OPT__(, ) __VA_ARGS__); \
-        }                                                                                     \
+        }                                                                                        \
     } while (0)
 
 // Inside a member function of a class derived from CLogger.
 #define SL_TRACE(fmt, ...) SL_TRACE_TO(*this, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 #define SL_START_TO(logger) SL_TRACE_TO(logger, "::::::::::::::: METHOD START ::::::::::::::: ")
-#define SL_END_TO(logger)   SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: ")
-#define SL_RETURN_TO(logger, result)                                                       \
-    do {                                                                                   \
-        const auto slResult_ = result;                                                     \
-        SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: %d",               \
-                    static_cast<int>(slResult_));                                          \
-        return slResult_;                                                                  \
+#define SL_END_TO(logger) SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: ")
+#define SL_RETURN_TO(logger, result)                                         \
+    do {                                                                     \
+        const auto slResult_ = result;                                       \
+        SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: %d", \
+                    static_cast<int>(slResult_));                            \
+        return slResult_;                                                    \
     } while (0)
 
-#define SL_START()        SL_START_TO(*this)
-#define SL_END()          SL_END_TO(*this)
+#define SL_START() SL_START_TO(*this)
+#define SL_END() SL_END_TO(*this)
 #define SL_RETURN(result) SL_RETURN_TO(*this, result)

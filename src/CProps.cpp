@@ -26,8 +26,8 @@ int CProps::setData(const unsigned char* data, int size)
         const int resolutions = std::max(
             0, RecordBytes::byteAt(pdata.get(), iSize, offset + CSources::kResolutionCountOffset));
         const int length = CSources::kHeaderSize + CScanRes::kSize * resolutions;
-        const auto record = RecordBytes::copyPadded(pdata.get() + std::min(offset, iSize),
-                                                    iSize - offset, length);
+        const auto record =
+            RecordBytes::copyPadded(pdata.get() + std::min(offset, iSize), iSize - offset, length);
         std::unique_ptr<CSources> source(new (std::nothrow) CSources);
         if (!record || !source || source->setData(record.get(), length) != 0) {
             return 2;

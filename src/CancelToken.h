@@ -22,10 +22,7 @@ public:
     bool isDraining() const { return bDraining; }
 
     // True when a transport is to give up waiting for more.
-    bool shouldStop() const
-    {
-        return bDraining ? Clock::now() >= deadline : isRequested();
-    }
+    bool shouldStop() const { return bDraining ? Clock::now() >= deadline : isRequested(); }
 
     // While one of these lives, the time limit counts and the flag does not.
     class Draining {

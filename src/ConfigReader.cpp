@@ -15,8 +15,8 @@ constexpr int kIntMin = std::numeric_limits<int>::min();
 
 // In the order in which DisplayComputedValues lists them.
 constexpr const char* kComputedKeys[] = {
-    "SCANOFFSETX", "SCANOFFSETY",     "SCANWIDTH", "SCANHEIGHT",
-    "PIXELS_PER_LINE", "LINES", "BYTES_PER_LINE",
+    "SCANOFFSETX",     "SCANOFFSETY", "SCANWIDTH",      "SCANHEIGHT",
+    "PIXELS_PER_LINE", "LINES",       "BYTES_PER_LINE",
 };
 
 int truncated(double value)

@@ -14,10 +14,9 @@ constexpr int kSafetyFactor = 5;    // output room, in bands of the chunk's own 
 
 int bigEndian32(const unsigned char* data)
 {
-    return static_cast<int>(static_cast<std::uint32_t>(data[0]) << 24 |
-                            static_cast<std::uint32_t>(data[1]) << 16 |
-                            static_cast<std::uint32_t>(data[2]) << 8 |
-                            static_cast<std::uint32_t>(data[3]));
+    return static_cast<int>(
+        static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16 |
+        static_cast<std::uint32_t>(data[2]) << 8 | static_cast<std::uint32_t>(data[3]));
 }
 
 }  // namespace
@@ -32,7 +31,8 @@ std::unique_ptr<CDecomp> DeCompHandler::createDecompressor(int /*technology*/)
 bool DeCompHandler::canDecompress(ConfigReader* cfg)
 {
     return cfg->GetIntOption("COMPRESSION") != 1 ||
-           cfg->GetIntOption("COMPRESSIONTECH") != kWicket || createDecompressor(kWicket) != nullptr;
+           cfg->GetIntOption("COMPRESSIONTECH") != kWicket ||
+           createDecompressor(kWicket) != nullptr;
 }
 
 int DeCompHandler::Initialize(ConfigReader* cfg)

@@ -146,8 +146,9 @@ int Device::getScanners(char*** list, int* count, void* conf, int which)
     entries.count = total;
     rememberFullNames(net, log);
     for (int i = 0; i < total; ++i) {
-        entries.names[i] = i < usb.count ? newEntry(usb.names[i])
-                                         : newEntry(shortName(net.names[i - usb.count], log).c_str());
+        entries.names[i] = i < usb.count
+                               ? newEntry(usb.names[i])
+                               : newEntry(shortName(net.names[i - usb.count], log).c_str());
         if (entries.names[i] == nullptr) {
             SL_RETURN_TO(log, 1);
         }

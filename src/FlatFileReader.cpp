@@ -118,8 +118,7 @@ int FlatFileReader::LoadConfig(const char* path)
     SL_TRACE("opening config file: %s", path);
     const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path, "re"), fclose);
     if (!file) {
-        SL_TRACE("[ERROR] Error opening %s file. %d; %s", "/tmp/Temp.conf", errno,
-                 strerror(errno));
+        SL_TRACE("[ERROR] Error opening %s file. %d; %s", "/tmp/Temp.conf", errno, strerror(errno));
         SL_RETURN(0);
     }
 

@@ -11,14 +11,14 @@ class ImageData;
 // device, whose values share these numbers.
 enum TransportStatus {
     TRANSPORT_OK = 0,
-    TRANSPORT_NO_COMMAND = 2,       // no command object, or no memory
-    TRANSPORT_CLOSED = 4,           // device not open
-    TRANSPORT_BAD_COMMAND = 5,      // the command could not be encoded
+    TRANSPORT_NO_COMMAND = 2,   // no command object, or no memory
+    TRANSPORT_CLOSED = 4,       // device not open
+    TRANSPORT_BAD_COMMAND = 5,  // the command could not be encoded
     TRANSPORT_NO_ENDPOINT = 6,
-    TRANSPORT_NOT_FOUND = 7,        // no such device
-    TRANSPORT_OPEN_FAILED = 8,      // the engine takes this for a busy device
-    TRANSPORT_NO_PERMISSION = 9,    // configuration refused
-    TRANSPORT_CLAIM_FAILED = 10,    // also after the kernel driver was detached
+    TRANSPORT_NOT_FOUND = 7,      // no such device
+    TRANSPORT_OPEN_FAILED = 8,    // the engine takes this for a busy device
+    TRANSPORT_NO_PERMISSION = 9,  // configuration refused
+    TRANSPORT_CLAIM_FAILED = 10,  // also after the kernel driver was detached
     TRANSPORT_CLOSE_FAILED = 12,
     TRANSPORT_RELEASE_FAILED = 13,
     TRANSPORT_WRITE_FAILED = 14,

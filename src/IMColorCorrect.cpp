@@ -101,9 +101,9 @@ int IMColorCorrect::Perform(ImageData* img, int len)
     }
     const bool isColour = img->GetNumOfChannels() == 3;
     const int lines = std::min(len, img->GetRawDataSize()) / stride;
-    const int error = fpScanCorrect(data, img->GetScanWidth(), lines, stride, isColour ? 1 : 0,
-                                    isColour ? pLutColor : pLutGray,
-                                    isColour ? pLutColorSize : pLutGraySize);
+    const int error =
+        fpScanCorrect(data, img->GetScanWidth(), lines, stride, isColour ? 1 : 0,
+                      isColour ? pLutColor : pLutGray, isColour ? pLutColorSize : pLutGraySize);
     if (error != 0) {
         SL_TRACE("Scan Correct error = %d.", error);
     } else {

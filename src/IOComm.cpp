@@ -49,8 +49,7 @@ bool isScannerInterface(const struct usb_device& device, const usb_interface& in
         return false;
     }
     const int interfaceClass = interface.altsetting[0].bInterfaceClass;
-    return interfaceClass == kClassScanner || interfaceClass == kClassVendor ||
-           interfaceClass == 0;
+    return interfaceClass == kClassScanner || interfaceClass == kClassVendor || interfaceClass == 0;
 }
 
 int interfaceCount(const usb_config_descriptor& config)
@@ -79,8 +78,7 @@ void forEachScanner(usb_bus* first, SaneConfReader* conf, Visitor visit)
 
 // A string descriptor, or the given text where there is none. Front ends split device
 // names at "/" and take an empty field for none, so neither may come from the device.
-void readString(usb_dev_handle* handle, int index, char (&text)[kStringSize],
-                const char* unknown)
+void readString(usb_dev_handle* handle, int index, char (&text)[kStringSize], const char* unknown)
 {
     snprintf(text, sizeof text, "%s", unknown);
     if (handle == nullptr || index == 0) {
@@ -110,8 +108,8 @@ char* newDeviceName(usb_bus& bus, struct usb_device& device)
     if (handle != nullptr) {
         usb_close(handle);
     }
-    const std::string full = std::string(vendor) + "/" + product + "/libusb:" + bus.dirname +
-                             ":" + device.filename;
+    const std::string full =
+        std::string(vendor) + "/" + product + "/libusb:" + bus.dirname + ":" + device.filename;
     snprintf(name, kNameSize, "%s", full.c_str());
     return name;
 }
@@ -256,9 +254,10 @@ int IOComm::claimInterface()
     }
     result = usb_detach_kernel_driver_np(usbHandle, iIfaceNum);
     if (result != 0) {
-        SL_TRACE(" -> unable to release kernel lock"
-                 "                                     on usb %s",
-                 usb_strerror());
+        SL_TRACE(
+            " -> unable to release kernel lock"
+            "                                     on usb %s",
+            usb_strerror());
         SL_TRACE("[ERROR] usb device %s:%s is in use", cBus, cDev);
         return result;
     }
@@ -290,8 +289,9 @@ int IOComm::openDevice()
     }
     usbDev = findDevice();
     if (usbDev == nullptr) {
-        SL_TRACE(" -> unable to open selected device, device maybe"
-                 "                     detached");
+        SL_TRACE(
+            " -> unable to open selected device, device maybe"
+            "                     detached");
         SL_TRACE("[ERROR] no usb device %s:%s", cBus, cDev);
         SL_RETURN(TRANSPORT_NOT_FOUND);
     }
@@ -534,8 +534,8 @@ int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 
 int IOComm::getName(int descriptorIndex, char* buf, int len, const char* unknown) const
 {
-    if (usbHandle == nullptr || usb_get_string_simple(usbHandle, descriptorIndex, buf,
-                                                      static_cast<size_t>(len)) < 0) {
+    if (usbHandle == nullptr ||
+        usb_get_string_simple(usbHandle, descriptorIndex, buf, static_cast<size_t>(len)) < 0) {
         snprintf(buf, static_cast<size_t>(len), "%s", unknown);
     }
     return 0;

@@ -135,8 +135,7 @@ int ImageData::ApplyAdjustments(unsigned char* buf, int len, int /*lines*/)
         const int from = static_cast<int>(source);
         // Lines wider than the stride overlap in the source and could outgrow buf.
         const int n = std::min({line, len - from, len - destination});
-        SL_TRACE_TO(logger, "copy %d bytes at %d from temp to %d of storage", n, from,
-                    destination);
+        SL_TRACE_TO(logger, "copy %d bytes at %d from temp to %d of storage", n, from, destination);
         memcpy(buf + destination, temp.get() + from, static_cast<std::size_t>(n));
         destination += n;
     }

@@ -32,8 +32,8 @@ struct HalfLine {
 class MergedLine {
 public:
     // available: how many of the line's bytes are there; the rest is zero.
-    MergedLine(const unsigned char* line, std::int64_t length, std::int64_t available,
-               int channels, std::int64_t trim)
+    MergedLine(const unsigned char* line, std::int64_t length, std::int64_t available, int channels,
+               std::int64_t trim)
         : length_(length), channels_(channels), trim_(trim)
     {
         const std::int64_t half = length / 2;

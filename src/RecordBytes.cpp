@@ -12,10 +12,9 @@ int RecordBytes::int16(const unsigned char* data)
 
 int RecordBytes::int32(const unsigned char* data)
 {
-    return static_cast<int>(static_cast<std::uint32_t>(data[0]) |
-                            static_cast<std::uint32_t>(data[1]) << 8 |
-                            static_cast<std::uint32_t>(data[2]) << 16 |
-                            static_cast<std::uint32_t>(data[3]) << 24);
+    return static_cast<int>(
+        static_cast<std::uint32_t>(data[0]) | static_cast<std::uint32_t>(data[1]) << 8 |
+        static_cast<std::uint32_t>(data[2]) << 16 | static_cast<std::uint32_t>(data[3]) << 24);
 }
 
 int RecordBytes::byteAt(const unsigned char* data, int size, int offset)

@@ -48,8 +48,8 @@ void SaneConfReader::parseLine(const char* line)
 int SaneConfReader::LoadConf(const char* path)
 {
     SL_START();
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(
-        path != nullptr ? fopen(path, "re") : nullptr, fclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(path != nullptr ? fopen(path, "re") : nullptr,
+                                                     fclose);
     if (!file) {
         const int error = errno;
         log_debug("Error opening configuration file.");

@@ -575,16 +575,14 @@ void InitOptions(ScanLib* engine)
              "The resolution of the scan job in dots per inch.", SANE_TYPE_INT, SANE_UNIT_DPI);
     m_opt[kOptionResolution].constraint_type = SANE_CONSTRAINT_WORD_LIST;
     m_opt[kOptionResolution].constraint.word_list = resolutionList;
-    describeList(kOptionMode, "mode", "Color Depth", "The color depth of the scan job.",
-                 mode_list);
+    describeList(kOptionMode, "mode", "Color Depth", "The color depth of the scan job.", mode_list);
     describeList(kOptionSource, "source", "Scan source",
                  "Selects the scan source (such as a document-feeder).",
                  hasFeeder ? source_list_ADF : source_list);
     describe(kOptionPreview, "preview", "Preview", "Request a preview-quality scan.",
              SANE_TYPE_BOOL, SANE_UNIT_NONE);
     describeGroup(kOptionSizeGroup, "Custom Scan Size", "The size of the area to be scanned.");
-    describeCorner(kOptionTlX, "tl-x", "Top-left x", "Top-left x position of scan area.",
-                   &srWidth);
+    describeCorner(kOptionTlX, "tl-x", "Top-left x", "Top-left x position of scan area.", &srWidth);
     describeCorner(kOptionTlY, "tl-y", "Top-left y", "Top-left y position of scan area.",
                    &srHeight);
     describeCorner(kOptionBrX, "br-x", "Bottom-right x", "Bottom-right x position of scan area.",
@@ -759,8 +757,8 @@ SANE_Status entry::sane_ScanLib_control_option(SANE_Handle handle, SANE_Int opti
     const CLogger log;
     SL_START_TO(log);
     const ScanLib::Operation operation(*engineOf(handle));
-    const SANE_Status status = guarded(
-        [&] { return controlOption(engineOf(handle), option, action, value, info); });
+    const SANE_Status status =
+        guarded([&] { return controlOption(engineOf(handle), option, action, value, info); });
     SL_RETURN_TO(log, status);
 }
 

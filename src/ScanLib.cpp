@@ -477,8 +477,7 @@ bool ScanLib::checkFeeder(int* adf, int* ret)
     CResponse response;
     pComm->writeCommand(COMMAND_FEEDER_STATUS, &response);
     const int feeder = response.getADFStatus();
-    const bool isPreviewRefused =
-        GetIntValue("PREVIEW") != 0 && GetIntValue("ADFPREVIEW") == 0;
+    const bool isPreviewRefused = GetIntValue("PREVIEW") != 0 && GetIntValue("ADFPREVIEW") == 0;
     if (GetIntValue("SCAN_SOURCE") != kFeederSource) {
         return true;
     }
@@ -526,8 +525,7 @@ int ScanLib::CheckScanSettings()
         !checkFeeder(&adf, &ret)) {
         SL_RETURN(ret);
     }
-    if (GetIntValue("CURRENTDPI") > kLastNarrowDpi &&
-        GetDoubleValue("CURRENTBRX") == kFullWidth) {
+    if (GetIntValue("CURRENTDPI") > kLastNarrowDpi && GetDoubleValue("CURRENTBRX") == kFullWidth) {
         SL_TRACE("Setting Brx to 215.");
         SetDoubleValue("CURRENTBRX", kNarrowedWidth);
     }

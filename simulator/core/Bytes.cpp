@@ -4,7 +4,8 @@
 
 namespace scansim {
 
-std::string hex(const std::uint8_t* data, std::size_t size, std::size_t limit) {
+std::string hex(const std::uint8_t* data, std::size_t size, std::size_t limit)
+{
     static const char digits[] = "0123456789ABCDEF";
     std::string text;
     for (std::size_t i = 0; i < std::min(size, limit); ++i) {

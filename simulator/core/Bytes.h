@@ -9,20 +9,24 @@ namespace scansim {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline std::uint16_t le16(const std::uint8_t* p) {
+inline std::uint16_t le16(const std::uint8_t* p)
+{
     return static_cast<std::uint16_t>(p[0] | (p[1] << 8));
 }
 
-inline std::uint32_t le32(const std::uint8_t* p) {
+inline std::uint32_t le32(const std::uint8_t* p)
+{
     return static_cast<std::uint32_t>(le16(p)) | (static_cast<std::uint32_t>(le16(p + 2)) << 16);
 }
 
-inline void putLe16(std::uint8_t* p, std::size_t value) {
+inline void putLe16(std::uint8_t* p, std::size_t value)
+{
     p[0] = static_cast<std::uint8_t>(value & 0xFF);
     p[1] = static_cast<std::uint8_t>((value >> 8) & 0xFF);
 }
 
-inline void putLe32(std::uint8_t* p, std::uint32_t value) {
+inline void putLe32(std::uint8_t* p, std::uint32_t value)
+{
     putLe16(p, value & 0xFFFF);
     putLe16(p + 2, value >> 16);
 }

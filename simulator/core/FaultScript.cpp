@@ -24,7 +24,8 @@ struct ActionName {
 
 using A = FaultAction;
 
-const std::vector<EventName>& events() {
+const std::vector<EventName>& events()
+{
     static const std::vector<EventName> table = {
         {"open", FaultEvent::Open, {A::Refuse, A::Unplug, A::Replug}},
         {"set-configuration", FaultEvent::SetConfiguration, {A::Refuse, A::Unplug, A::Replug}},
@@ -36,26 +37,27 @@ const std::vector<EventName>& events() {
         {"command", FaultEvent::Command, {A::Stall, A::Timeout, A::Unplug, A::Replug}},
         {"reply",
          FaultEvent::Reply,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
-          A::Truncate, A::Status, A::Feeder, A::Flip}},
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
+          A::Garbage, A::Truncate, A::Status, A::Feeder, A::Flip}},
         {"page", FaultEvent::Page, {A::Cut}},
         {"marker",
          FaultEvent::Marker,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
-          A::Truncate, A::Jam}},
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
+          A::Garbage, A::Truncate, A::Jam}},
         {"block",
          FaultEvent::Block,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
-          A::Truncate, A::Jam}},
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
+          A::Garbage, A::Truncate, A::Jam}},
         {"end",
          FaultEvent::End,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray, A::Garbage,
-          A::Truncate, A::Jam}},
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
+          A::Garbage, A::Truncate, A::Jam}},
     };
     return table;
 }
 
-const std::vector<ActionName>& actions() {
+const std::vector<ActionName>& actions()
+{
     static const std::vector<ActionName> table = {
         {"stall", A::Stall, false, 0},      {"timeout", A::Timeout, false, 0},
         {"unplug", A::Unplug, false, 0},    {"replug", A::Replug, false, 0},
@@ -70,7 +72,8 @@ const std::vector<ActionName>& actions() {
     return table;
 }
 
-const EventName& findEvent(const std::string& name) {
+const EventName& findEvent(const std::string& name)
+{
     for (const EventName& entry : events()) {
         if (name == entry.name) {
             return entry;
@@ -79,7 +82,8 @@ const EventName& findEvent(const std::string& name) {
     throw InputError("unknown event '" + name + "'");
 }
 
-const ActionName& findAction(const std::string& name) {
+const ActionName& findAction(const std::string& name)
+{
     for (const ActionName& entry : actions()) {
         if (name == entry.name) {
             return entry;
@@ -88,7 +92,8 @@ const ActionName& findAction(const std::string& name) {
     throw InputError("unknown action '" + name + "'");
 }
 
-std::optional<CommandId> findCommand(const std::string& name) {
+std::optional<CommandId> findCommand(const std::string& name)
+{
     for (std::size_t id = 0; id < kCommandCount; ++id) {
         if (name == commandName(static_cast<CommandId>(id)) || name == std::to_string(id)) {
             return static_cast<CommandId>(id);
@@ -97,25 +102,30 @@ std::optional<CommandId> findCommand(const std::string& name) {
     return std::nullopt;
 }
 
-bool isAboutCommand(FaultEvent event) {
+bool isAboutCommand(FaultEvent event)
+{
     return event == FaultEvent::Command || event == FaultEvent::Reply;
 }
 
-Fault parseFault(const EventName& event, const std::vector<std::string>& fields) {
+Fault parseFault(const EventName& event, const std::vector<std::string>& fields)
+{
     if (fields.empty()) {
         throw InputError("no action after ':'");
     }
     const ActionName& name = findAction(fields[0]);
     if (std::find(event.actions.begin(), event.actions.end(), name.action) == event.actions.end()) {
-        throw InputError(std::string("'") + event.name + "' cannot have the action '" + name.name + "'");
+        throw InputError(std::string("'") + event.name + "' cannot have the action '" + name.name +
+                         "'");
     }
     if (fields.size() > (name.takesArgument ? 2U : 1U)) {
         throw InputError("too many words after '" + fields[0] + "'");
     }
-    return {name.action, fields.size() == 2 ? parseNumber(fields[1], 0, 0x7FFFFFFF) : name.byDefault};
+    return {name.action,
+            fields.size() == 2 ? parseNumber(fields[1], 0, 0x7FFFFFFF) : name.byDefault};
 }
 
-std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_t index) {
+std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_t index)
+{
     if (index + 1 < fields.size()) {
         throw InputError("too many words before ':'");
     }
@@ -127,13 +137,16 @@ std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_
 
 }  // namespace
 
-const char* faultActionName(FaultAction action) {
-    const auto found = std::find_if(actions().begin(), actions().end(),
-                                    [action](const ActionName& entry) { return entry.action == action; });
+const char* faultActionName(FaultAction action)
+{
+    const auto found =
+        std::find_if(actions().begin(), actions().end(),
+                     [action](const ActionName& entry) { return entry.action == action; });
     return found->name;
 }
 
-void FaultScript::add(const std::string& text) {
+void FaultScript::add(const std::string& text)
+{
     try {
         const std::size_t colon = text.find(':');
         const std::vector<std::string> left = words(text.substr(0, colon));
@@ -156,15 +169,18 @@ void FaultScript::add(const std::string& text) {
     }
 }
 
-std::optional<Fault> FaultScript::happen(FaultEvent event) {
+std::optional<Fault> FaultScript::happen(FaultEvent event)
+{
     return match(event, std::nullopt);
 }
 
-std::optional<Fault> FaultScript::happen(FaultEvent event, CommandId command) {
+std::optional<Fault> FaultScript::happen(FaultEvent event, CommandId command)
+{
     return match(event, command);
 }
 
-std::optional<Fault> FaultScript::match(FaultEvent event, std::optional<CommandId> command) {
+std::optional<Fault> FaultScript::match(FaultEvent event, std::optional<CommandId> command)
+{
     std::optional<Fault> fault;
     for (Rule& rule : rules_) {
         if (rule.event == event && rule.command == command) {
@@ -177,7 +193,8 @@ std::optional<Fault> FaultScript::match(FaultEvent event, std::optional<CommandI
     return fault;
 }
 
-std::string FaultScript::help() {
+std::string FaultScript::help()
+{
     return R"(A fault is "EVENT [N|always]: ACTION [NUMBER]"; N counts from 1, the default.
 
 Events                            Actions

@@ -19,7 +19,8 @@ namespace {
 // Keeps a hostile header from asking for the whole memory.
 constexpr std::uint64_t kMaxPixels = 1ULL << 28;
 
-Bytes readFile(const std::string& path) {
+Bytes readFile(const std::string& path)
+{
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         throw InputError(path + ": cannot be read");
@@ -27,9 +28,11 @@ Bytes readFile(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-Image makeImage(std::uint64_t width, std::uint64_t height, const std::string& path) {
+Image makeImage(std::uint64_t width, std::uint64_t height, const std::string& path)
+{
     if (width == 0 || height == 0 || width > kMaxPixels || height > kMaxPixels / width) {
-        throw InputError(path + ": no picture of " + std::to_string(width) + " x " + std::to_string(height));
+        throw InputError(path + ": no picture of " + std::to_string(width) + " x " +
+                         std::to_string(height));
     }
     Image image;
     image.width = static_cast<std::uint32_t>(width);
@@ -38,7 +41,8 @@ Image makeImage(std::uint64_t width, std::uint64_t height, const std::string& pa
     return image;
 }
 
-Image loadPng(const Bytes& file, const std::string& path) {
+Image loadPng(const Bytes& file, const std::string& path)
+{
     png_image png;
     std::memset(&png, 0, sizeof png);
     png.version = PNG_IMAGE_VERSION;
@@ -59,13 +63,15 @@ struct JpegErrors {
     std::jmp_buf jump;
 };
 
-[[noreturn]] void leaveJpeg(j_common_ptr info) {
+[[noreturn]] void leaveJpeg(j_common_ptr info)
+{
     std::longjmp(reinterpret_cast<JpegErrors*>(info->err)->jump, 1);
 }
 
 // Between setjmp and longjmp nothing with a destructor may be made here; `image` is the caller's.
-bool decodeJpeg(const Bytes& file, const std::string& path, jpeg_decompress_struct& info, JpegErrors& errors,
-                Image& image) {
+bool decodeJpeg(const Bytes& file, const std::string& path, jpeg_decompress_struct& info,
+                JpegErrors& errors, Image& image)
+{
     if (setjmp(errors.jump) != 0) {
         return false;
     }
@@ -83,7 +89,8 @@ bool decodeJpeg(const Bytes& file, const std::string& path, jpeg_decompress_stru
     return true;
 }
 
-Image loadJpeg(const Bytes& file, const std::string& path) {
+Image loadJpeg(const Bytes& file, const std::string& path)
+{
     jpeg_decompress_struct info{};
     JpegErrors errors{};
     info.err = jpeg_std_error(&errors.base);
@@ -98,7 +105,8 @@ Image loadJpeg(const Bytes& file, const std::string& path) {
 }
 
 // The next number of a PNM header; comments run to the end of their line.
-std::uint32_t pnmNumber(const Bytes& file, std::size_t& at, const std::string& path) {
+std::uint32_t pnmNumber(const Bytes& file, std::size_t& at, const std::string& path)
+{
     while (at < file.size() && (std::isspace(file[at]) != 0 || file[at] == '#')) {
         if (file[at] == '#') {
             while (at < file.size() && file[at] != '\n') {
@@ -119,7 +127,8 @@ std::uint32_t pnmNumber(const Bytes& file, std::size_t& at, const std::string& p
     }
 }
 
-Image loadPnm(const Bytes& file, const std::string& path) {
+Image loadPnm(const Bytes& file, const std::string& path)
+{
     std::size_t at = 2;
     const std::uint32_t width = pnmNumber(file, at, path);
     const std::uint32_t height = pnmNumber(file, at, path);
@@ -139,7 +148,8 @@ Image loadPnm(const Bytes& file, const std::string& path) {
 
 }  // namespace
 
-Image loadImage(const std::string& path) {
+Image loadImage(const std::string& path)
+{
     const Bytes file = readFile(path);
     if (file.size() > 8 && png_sig_cmp(file.data(), 0, 8) == 0) {
         return loadPng(file, path);

@@ -24,7 +24,8 @@ using SourceSetter = std::function<void(Source&, const ModelSetting&)>;
 // A scan reply with properties has to fit one 512-byte read, header included.
 constexpr std::size_t kMaxPropertiesSize = 504;
 
-bool parseFlag(const std::string& text) {
+bool parseFlag(const std::string& text)
+{
     if (text == "1" || text == "yes" || text == "on") {
         return true;
     }
@@ -34,7 +35,8 @@ bool parseFlag(const std::string& text) {
     throw InputError("'" + text + "' is neither yes nor no");
 }
 
-bool parseChoice(const std::string& text, const std::string& no, const std::string& yes) {
+bool parseChoice(const std::string& text, const std::string& no, const std::string& yes)
+{
     if (text != no && text != yes) {
         throw InputError("'" + text + "' is neither " + no + " nor " + yes);
     }
@@ -42,23 +44,28 @@ bool parseChoice(const std::string& text, const std::string& no, const std::stri
 }
 
 template <class Record>
-auto number(std::uint32_t Record::*field, std::uint32_t low, std::uint32_t high) {
+auto number(std::uint32_t Record::*field, std::uint32_t low, std::uint32_t high)
+{
     return [=](Record& record, const ModelSetting& setting) {
         record.*field = parseNumber(setting.value, low, high);
     };
 }
 
-Setter flag(bool Model::*field) {
-    return [=](Model& model, const ModelSetting& setting) { model.*field = parseFlag(setting.value); };
+Setter flag(bool Model::*field)
+{
+    return
+        [=](Model& model, const ModelSetting& setting) { model.*field = parseFlag(setting.value); };
 }
 
-Setter choice(bool Model::*field, const std::string& no, const std::string& yes) {
+Setter choice(bool Model::*field, const std::string& no, const std::string& yes)
+{
     return [=](Model& model, const ModelSetting& setting) {
         model.*field = parseChoice(setting.value, no, yes);
     };
 }
 
-Setter usbString(UsbString Model::*field) {
+Setter usbString(UsbString Model::*field)
+{
     return [=](Model& model, const ModelSetting& setting) {
         UsbString& string = model.*field;
         string.text.clear();
@@ -73,11 +80,13 @@ Setter usbString(UsbString Model::*field) {
     };
 }
 
-std::string resolved(const std::string& path, const std::string& baseFolder) {
+std::string resolved(const std::string& path, const std::string& baseFolder)
+{
     return (fs::path(baseFolder) / path).lexically_normal().string();
 }
 
-std::uint32_t parseVendorId(const std::string& text) {
+std::uint32_t parseVendorId(const std::string& text)
+{
     if (text == "quillon") {
         return SCANSIM_QUILLON_VID;
     }
@@ -87,7 +96,8 @@ std::uint32_t parseVendorId(const std::string& text) {
     return parseNumber(text, 1, 0xFFFF);
 }
 
-Resolution parseResolution(const std::string& text) {
+Resolution parseResolution(const std::string& text)
+{
     Resolution resolution;
     std::string dots = text;
     const std::size_t at = dots.find('@');
@@ -102,14 +112,16 @@ Resolution parseResolution(const std::string& text) {
     return resolution;
 }
 
-void setResolutions(Source& source, const ModelSetting& setting) {
+void setResolutions(Source& source, const ModelSetting& setting)
+{
     source.resolutions.clear();
     for (const std::string& word : words(setting.value)) {
         source.resolutions.push_back(parseResolution(word));
     }
 }
 
-void setPapers(Source& source, const ModelSetting& setting) {
+void setPapers(Source& source, const ModelSetting& setting)
+{
     source.papers.clear();
     for (const std::string& word : words(setting.value)) {
         const bool isBuiltIn = word == "chart" || word == "noise";
@@ -120,10 +132,12 @@ void setPapers(Source& source, const ModelSetting& setting) {
     }
 }
 
-void setSources(Model& model, const ModelSetting& setting) {
+void setSources(Model& model, const ModelSetting& setting)
+{
     model.sources.clear();
     for (const std::string& word : words(setting.value)) {
-        const SourceKind kind = parseChoice(word, "flatbed", "feeder") ? SourceKind::Feeder : SourceKind::Flatbed;
+        const SourceKind kind =
+            parseChoice(word, "flatbed", "feeder") ? SourceKind::Feeder : SourceKind::Flatbed;
         if (model.has(kind)) {
             throw InputError("'" + word + "' is named twice");
         }
@@ -132,7 +146,8 @@ void setSources(Model& model, const ModelSetting& setting) {
 }
 
 // "0xFF 0x81 0x02 / 7 0x83 0x04": class and endpoints of each interface.
-void setInterfaces(Model& model, const ModelSetting& setting) {
+void setInterfaces(Model& model, const ModelSetting& setting)
+{
     model.interfaces.clear();
     for (const std::string& part : split(setting.value, '/')) {
         const std::vector<std::string> fields = words(part);
@@ -142,18 +157,21 @@ void setInterfaces(Model& model, const ModelSetting& setting) {
         UsbInterface interface;
         interface.interfaceClass = static_cast<std::uint8_t>(parseNumber(fields[0], 0, 255));
         for (std::size_t i = 1; i < fields.size(); ++i) {
-            interface.endpoints.push_back(static_cast<std::uint8_t>(parseNumber(fields[i], 1, 0x8F)));
+            interface.endpoints.push_back(
+                static_cast<std::uint8_t>(parseNumber(fields[i], 1, 0x8F)));
         }
         model.interfaces.push_back(interface);
     }
 }
 
-void addFault(Model& model, const ModelSetting& setting) {
+void addFault(Model& model, const ModelSetting& setting)
+{
     FaultScript().add(setting.value);
     model.faults.push_back(setting.value);
 }
 
-void setProtocol(Model& model, const ModelSetting& setting) {
+void setProtocol(Model& model, const ModelSetting& setting)
+{
     const std::uint32_t version = parseNumber(setting.value, 326, 402);
     if (version != 326 && version != 401 && version != 402) {
         throw InputError("protocol is 326, 401 or 402");
@@ -161,11 +179,13 @@ void setProtocol(Model& model, const ModelSetting& setting) {
     model.protocol = version;
 }
 
-void setStream(Model& model, const ModelSetting& setting) {
+void setStream(Model& model, const ModelSetting& setting)
+{
     model.isInterleaved = parseChoice(setting.value, "raw", "interleaved");
 }
 
-std::map<std::string, SourceSetter> sourceSetters() {
+std::map<std::string, SourceSetter> sourceSetters()
+{
     return {
         {"type", number(&Source::type, 0, 255)},
         {"bar-id", number(&Source::barId, 0, 255)},
@@ -175,11 +195,15 @@ std::map<std::string, SourceSetter> sourceSetters() {
         {"resolutions", setResolutions},
         {"paper", setPapers},
         {"mirrored",
-         [](Source& source, const ModelSetting& setting) { source.isMirrored = parseFlag(setting.value); }},
+         [](Source& source, const ModelSetting& setting) {
+             source.isMirrored = parseFlag(setting.value);
+         }},
     };
 }
 
-void addSourceKeys(std::map<std::string, Setter>& keys, const std::string& prefix, Source Model::*source) {
+void addSourceKeys(std::map<std::string, Setter>& keys, const std::string& prefix,
+                   Source Model::*source)
+{
     for (const auto& [key, setter] : sourceSetters()) {
         keys[prefix + key] = [source, inner = setter](Model& model, const ModelSetting& setting) {
             inner(model.*source, setting);
@@ -187,7 +211,8 @@ void addSourceKeys(std::map<std::string, Setter>& keys, const std::string& prefi
     }
 }
 
-void addStatusKeys(std::map<std::string, Setter>& keys) {
+void addStatusKeys(std::map<std::string, Setter>& keys)
+{
     for (std::size_t id = 1; id < kCommandCount; ++id) {
         keys[std::string("status.") + commandName(static_cast<CommandId>(id))] =
             [id](Model& model, const ModelSetting& setting) {
@@ -196,7 +221,8 @@ void addStatusKeys(std::map<std::string, Setter>& keys) {
     }
 }
 
-std::map<std::string, Setter> makeSetters() {
+std::map<std::string, Setter> makeSetters()
+{
     std::map<std::string, Setter> keys = {
         {"model-name",
          [](Model& model, const ModelSetting& setting) { model.modelName = setting.value; }},
@@ -205,7 +231,9 @@ std::map<std::string, Setter> makeSetters() {
              model.featureFile = resolved(setting.value, setting.baseFolder);
          }},
         {"vendor-id",
-         [](Model& model, const ModelSetting& setting) { model.vendorId = parseVendorId(setting.value); }},
+         [](Model& model, const ModelSetting& setting) {
+             model.vendorId = parseVendorId(setting.value);
+         }},
         {"product-id", number(&Model::productId, 0, 0xFFFF)},
         {"vendor", usbString(&Model::vendor)},
         {"product", usbString(&Model::product)},
@@ -245,12 +273,14 @@ std::map<std::string, Setter> makeSetters() {
     return keys;
 }
 
-const std::map<std::string, Setter>& setters() {
+const std::map<std::string, Setter>& setters()
+{
     static const std::map<std::string, Setter> keys = makeSetters();
     return keys;
 }
 
-void apply(Model& model, const ModelSetting& setting) {
+void apply(Model& model, const ModelSetting& setting)
+{
     const auto found = setters().find(setting.key);
     if (found == setters().end()) {
         throw InputError(setting.where + ": unknown key '" + setting.key + "'");
@@ -262,7 +292,8 @@ void apply(Model& model, const ModelSetting& setting) {
     }
 }
 
-Model defaults(const std::string& path) {
+Model defaults(const std::string& path)
+{
     Model model;
     model.name = fs::path(path).stem().string();
     model.modelName = model.name;
@@ -275,7 +306,8 @@ Model defaults(const std::string& path) {
     return model;
 }
 
-void checkSources(const Model& model) {
+void checkSources(const Model& model)
+{
     if (model.sources.empty()) {
         throw InputError("'sources' names no source");
     }
@@ -292,7 +324,8 @@ void checkSources(const Model& model) {
     }
 }
 
-void checkInterfaces(const Model& model) {
+void checkInterfaces(const Model& model)
+{
     if (model.scannerInterface >= model.interfaces.size()) {
         throw InputError("'scanner-interface' is not among the interfaces");
     }
@@ -307,7 +340,8 @@ void checkInterfaces(const Model& model) {
     }
 }
 
-void check(const Model& model) {
+void check(const Model& model)
+{
     checkSources(model);
     checkInterfaces(model);
     if (model.blockSize + blockFraming(model.protocol).lengthSurplus > 0xFFFF) {
@@ -315,7 +349,8 @@ void check(const Model& model) {
     }
 }
 
-std::vector<ModelSetting> readSettings(const std::string& path) {
+std::vector<ModelSetting> readSettings(const std::string& path)
+{
     std::ifstream file(path);
     if (!file) {
         throw InputError(path + ": cannot be read");
@@ -334,7 +369,8 @@ std::vector<ModelSetting> readSettings(const std::string& path) {
 
 }  // namespace
 
-Model ModelFile::load(const std::string& path, const std::vector<ModelSetting>& overrides) {
+Model ModelFile::load(const std::string& path, const std::vector<ModelSetting>& overrides)
+{
     Model model = defaults(path);
     for (const ModelSetting& setting : readSettings(path)) {
         apply(model, setting);
@@ -351,7 +387,8 @@ Model ModelFile::load(const std::string& path, const std::vector<ModelSetting>& 
 }
 
 ModelSetting ModelFile::parseSetting(const std::string& text, const std::string& where,
-                                     const std::string& baseFolder) {
+                                     const std::string& baseFolder)
+{
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos) {
         throw InputError(where + ": '" + text + "' is not of the form key = value");
@@ -359,7 +396,8 @@ ModelSetting ModelFile::parseSetting(const std::string& text, const std::string&
     return {trimmed(text.substr(0, equals)), trimmed(text.substr(equals + 1)), where, baseFolder};
 }
 
-std::vector<std::string> ModelFile::knownKeys() {
+std::vector<std::string> ModelFile::knownKeys()
+{
     std::vector<std::string> keys;
     for (const auto& entry : setters()) {
         keys.push_back(entry.first);

@@ -4,7 +4,8 @@ namespace scansim {
 
 namespace {
 
-std::uint64_t mixed(std::uint64_t value) {
+std::uint64_t mixed(std::uint64_t value)
+{
     value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9ULL;
     value = (value ^ (value >> 27)) * 0x94D049BB133111EBULL;
     return value ^ (value >> 31);
@@ -14,8 +15,10 @@ class NoiseReader : public PaperReader {
 public:
     NoiseReader(std::uint32_t seed, const Window& window) : seed_(seed), window_(window) {}
 
-    void readLine(std::uint32_t line, std::uint8_t* out) override {
-        const std::uint64_t row = mixed((static_cast<std::uint64_t>(seed_) << 32) + window_.top + line);
+    void readLine(std::uint32_t line, std::uint8_t* out) override
+    {
+        const std::uint64_t row =
+            mixed((static_cast<std::uint64_t>(seed_) << 32) + window_.top + line);
         for (std::uint32_t i = 0; i < window_.pixels; ++i) {
             const std::uint64_t value = mixed(row + window_.left + i);
             for (std::uint32_t channel = 0; channel < window_.channels; ++channel) {
@@ -31,7 +34,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<PaperReader> NoisePaper::open(const Window& window) const {
+std::unique_ptr<PaperReader> NoisePaper::open(const Window& window) const
+{
     return std::make_unique<NoiseReader>(seed_, window);
 }
 

@@ -10,7 +10,8 @@ constexpr std::size_t kHeaderSize = 12;
 constexpr std::size_t kTrailerSize = 8;
 constexpr std::uint8_t kTag[4] = {0xAA, 0xBB, 0xCC, 0xDD};
 
-void checkHeader(const Bytes& frame, Journal& journal) {
+void checkHeader(const Bytes& frame, Journal& journal)
+{
     const std::size_t announced = static_cast<std::size_t>(frame[1] << 8 | frame[2]);
     if (announced != frame.size() - 3) {
         journal.complain("NPA length " + std::to_string(announced) + " in a frame of " +
@@ -22,16 +23,19 @@ void checkHeader(const Bytes& frame, Journal& journal) {
     }
 }
 
-void checkPadding(const Bytes& frame, Journal& journal) {
+void checkPadding(const Bytes& frame, Journal& journal)
+{
     const std::size_t padding = frame[11];
     const auto first = frame.begin() + kHeaderSize;
-    const bool isZero = std::all_of(first, first + static_cast<long>(padding), [](std::uint8_t b) { return b == 0; });
+    const bool isZero = std::all_of(first, first + static_cast<long>(padding),
+                                    [](std::uint8_t b) { return b == 0; });
     if (frame.size() % 4 != 0 || padding > 3 || !isZero) {
         journal.complain("NPA padding is wrong: " + hex(frame.data(), frame.size()));
     }
 }
 
-void checkTrailer(const Bytes& frame, Journal& journal) {
+void checkTrailer(const Bytes& frame, Journal& journal)
+{
     const auto trailer = frame.end() - kTrailerSize;
     if (!std::equal(std::begin(kTag), std::end(kTag), trailer) ||
         !std::equal(std::begin(kTag), std::end(kTag), trailer + 4)) {
@@ -41,7 +45,8 @@ void checkTrailer(const Bytes& frame, Journal& journal) {
 
 }  // namespace
 
-std::optional<Bytes> unwrapNpa(const Bytes& frame, Journal& journal) {
+std::optional<Bytes> unwrapNpa(const Bytes& frame, Journal& journal)
+{
     if (frame.size() < kHeaderSize + kTrailerSize || frame[0] != 0xA5 ||
         frame.size() < kHeaderSize + kTrailerSize + frame[11]) {
         journal.complain("not an NPA frame: " + hex(frame.data(), frame.size()));

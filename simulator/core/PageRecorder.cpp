@@ -8,11 +8,13 @@ namespace scansim {
 
 PageRecorder::PageRecorder(std::string prefix) : prefix_(std::move(prefix)) {}
 
-PageRecorder::~PageRecorder() {
+PageRecorder::~PageRecorder()
+{
     endPage();
 }
 
-void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels) {
+void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels)
+{
     endPage();
     if (prefix_.empty()) {
         return;
@@ -25,25 +27,29 @@ void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels) {
     const std::string path = prefix_ + number;
     file_ = std::fopen(path.c_str(), "wb");
     if (file_ == nullptr) {
-        std::fprintf(stderr, "scanner-sim: cannot record to %s: %s\n", path.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "scanner-sim: cannot record to %s: %s\n", path.c_str(),
+                     std::strerror(errno));
         return;
     }
     writeHeader();
 }
 
 // The number of lines has a fixed width, so that it can be corrected in place.
-void PageRecorder::writeHeader() {
+void PageRecorder::writeHeader()
+{
     std::fprintf(file_, "P%c\n%u %10u\n255\n", channels_ == 3 ? '6' : '5', pixels_, lines_);
 }
 
-void PageRecorder::writeLine(const std::uint8_t* line) {
+void PageRecorder::writeLine(const std::uint8_t* line)
+{
     if (file_ != nullptr) {
         std::fwrite(line, channels_, pixels_, file_);
         ++lines_;
     }
 }
 
-void PageRecorder::endPage() {
+void PageRecorder::endPage()
+{
     if (file_ != nullptr) {
         std::rewind(file_);
         writeHeader();

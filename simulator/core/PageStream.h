@@ -12,8 +12,8 @@ namespace scansim {
 class PageStream {
 public:
     // `paper` and `recorder` have to outlive the stream; `cutBytes` are left out at the end.
-    PageStream(const Paper& paper, const Window& window, std::uint32_t lines, const LineLayout& layout,
-               std::uint32_t cutBytes, PageRecorder& recorder);
+    PageStream(const Paper& paper, const Window& window, std::uint32_t lines,
+               const LineLayout& layout, std::uint32_t cutBytes, PageRecorder& recorder);
 
     std::uint32_t deviceWidth() const { return encoder_.deviceWidth(); }
     std::uint64_t bytesLeft() const { return bytesLeft_; }

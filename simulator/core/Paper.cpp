@@ -6,8 +6,9 @@
 
 namespace scansim {
 
-std::unique_ptr<Paper> makePaper(const std::string& name, const std::string& title, std::uint32_t number,
-                                 PaperSize size) {
+std::unique_ptr<Paper> makePaper(const std::string& name, const std::string& title,
+                                 std::uint32_t number, PaperSize size)
+{
     if (name == "chart") {
         return std::make_unique<ChartPaper>(title, number, size);
     }

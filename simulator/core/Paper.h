@@ -39,11 +39,12 @@ public:
 
 // `name` is "chart", "noise" or a PNM, PNG or JPEG file; `title` is printed on the chart, and
 // `number` makes charts and noises differ. Throws InputError for a file that is no picture.
-std::unique_ptr<Paper> makePaper(const std::string& name, const std::string& title, std::uint32_t number,
-                                 PaperSize size);
+std::unique_ptr<Paper> makePaper(const std::string& name, const std::string& title,
+                                 std::uint32_t number, PaperSize size);
 
 // The grey value of a colour, as every paper converts it.
-inline std::uint8_t greyOf(const std::uint8_t* rgb) {
+inline std::uint8_t greyOf(const std::uint8_t* rgb)
+{
     return static_cast<std::uint8_t>((299 * rgb[0] + 587 * rgb[1] + 114 * rgb[2] + 500) / 1000);
 }
 

@@ -6,7 +6,8 @@ namespace {
 
 constexpr double kMillimetresPerDot = 25.4 / 300;
 
-bool isPicture(const std::string& name) {
+bool isPicture(const std::string& name)
+{
     return name != "chart" && name != "noise";
 }
 
@@ -15,7 +16,8 @@ bool isPicture(const std::string& name) {
 PaperTray::PaperTray(SourceKind kind, const Source& source)
     : kind_(kind),
       size_{source.width * kMillimetresPerDot, source.height * kMillimetresPerDot},
-      names_(source.papers) {
+      names_(source.papers)
+{
     for (const std::string& name : names_) {
         if (isPicture(name) && pictures_.count(name) == 0) {
             pictures_[name] = makePaper(name, {}, 0, size_);
@@ -23,13 +25,15 @@ PaperTray::PaperTray(SourceKind kind, const Source& source)
     }
 }
 
-std::shared_ptr<const Paper> PaperTray::sheet(std::uint32_t number) const {
+std::shared_ptr<const Paper> PaperTray::sheet(std::uint32_t number) const
+{
     const std::string& name = names_[(number - 1) % names_.size()];
     if (isPicture(name)) {
         return pictures_.at(name);
     }
     const bool isGlass = kind_ == SourceKind::Flatbed;
-    return makePaper(name, isGlass ? "FLATBED" : "SHEET " + std::to_string(number), isGlass ? 0 : number, size_);
+    return makePaper(name, isGlass ? "FLATBED" : "SHEET " + std::to_string(number),
+                     isGlass ? 0 : number, size_);
 }
 
 }  // namespace scansim

@@ -30,7 +30,8 @@ Bytes makePageMarker(const PageGeometry& geometry, Condition condition);
 Bytes makeScanRecord(std::uint32_t protocol, RecordCode code, Condition condition);
 
 // The header of a block of `dataSize` image bytes, put in front of `block`'s reserved room.
-void writeBlockHeader(std::uint8_t* block, std::uint32_t protocol, std::size_t dataSize, Condition condition);
+void writeBlockHeader(std::uint8_t* block, std::uint32_t protocol, std::size_t dataSize,
+                      Condition condition);
 
 // The data of the properties reply.
 Bytes propertiesData(const Model& model);

@@ -11,7 +11,8 @@ constexpr std::uint8_t kGood = 0x80;
 constexpr std::uint8_t kInvalid = 0x81;
 constexpr std::uint8_t kRefused = 0x88;
 
-Bytes garbage(std::size_t size) {
+Bytes garbage(std::size_t size)
+{
     Bytes bytes(size);
     for (std::size_t i = 0; i < size; ++i) {
         bytes[i] = static_cast<std::uint8_t>(0xDB + 37 * i);
@@ -20,12 +21,15 @@ Bytes garbage(std::size_t size) {
 }
 
 // The statuses at which a host gives up.
-bool refuses(std::uint8_t status) {
+bool refuses(std::uint8_t status)
+{
     return status > 0x80 && status <= 0x89 && status != 0x87;
 }
 
-bool isAboutTheContent(FaultAction action) {
-    return action == FaultAction::Status || action == FaultAction::Feeder || action == FaultAction::Flip;
+bool isAboutTheContent(FaultAction action)
+{
+    return action == FaultAction::Status || action == FaultAction::Feeder ||
+           action == FaultAction::Flip;
 }
 
 }  // namespace
@@ -37,9 +41,12 @@ Scanner::Scanner(const Model& model, FaultScript& faults, Journal& journal, Page
       recorder_(recorder),
       glass_(SourceKind::Flatbed, model.flatbed),
       feeder_(SourceKind::Feeder, model.feeder),
-      sheets_(model.sheets) {}
+      sheets_(model.sheets)
+{
+}
 
-TransferResult Scanner::write(const Bytes& bytes) {
+TransferResult Scanner::write(const Bytes& bytes)
+{
     if (isHung_) {
         return TransferResult::Nothing;
     }
@@ -62,33 +69,36 @@ TransferResult Scanner::write(const Bytes& bytes) {
     return TransferResult::Done;
 }
 
-void Scanner::handle(const Command& command) {
+void Scanner::handle(const Command& command)
+{
     switch (command.id) {
-        case CommandId::Cancel:
-            return cancel();
-        case CommandId::FeederStatus:
-            if (!model_.has(SourceKind::Feeder)) {
-                journal_.complain("feeder status asked of a scanner without feeder");
-            }
-            return answer(command.id);
-        case CommandId::Properties:
-            return answerProperties();
-        case CommandId::Lock:
-            return lock(command);
-        case CommandId::Start:
-            return start(command);
-        case CommandId::Unlock:
-            return unlock();
-        case CommandId::Wake:
-            return wake();
+    case CommandId::Cancel:
+        return cancel();
+    case CommandId::FeederStatus:
+        if (!model_.has(SourceKind::Feeder)) {
+            journal_.complain("feeder status asked of a scanner without feeder");
+        }
+        return answer(command.id);
+    case CommandId::Properties:
+        return answerProperties();
+    case CommandId::Lock:
+        return lock(command);
+    case CommandId::Start:
+        return start(command);
+    case CommandId::Unlock:
+        return unlock();
+    case CommandId::Wake:
+        return wake();
     }
 }
 
-void Scanner::answer(CommandId id) {
+void Scanner::answer(CommandId id)
+{
     reply(id, condition(id));
 }
 
-void Scanner::wake() {
+void Scanner::wake()
+{
     if (model_.protocol != 402) {
         journal_.complain("wake sent to a scanner of protocol " + std::to_string(model_.protocol));
     }
@@ -96,7 +106,8 @@ void Scanner::wake() {
     answer(CommandId::Wake);
 }
 
-void Scanner::answerProperties() {
+void Scanner::answerProperties()
+{
     if (model_.protocol == 402 && !isAwake_) {
         journal_.complain("properties asked without a wake before");
     }
@@ -104,7 +115,8 @@ void Scanner::answerProperties() {
     reply(CommandId::Properties, condition(CommandId::Properties), propertiesData(model_));
 }
 
-void Scanner::lock(const Command& command) {
+void Scanner::lock(const Command& command)
+{
     if (model_.protocol == 402 && !isAwake_) {
         journal_.complain("lock without a wake before");
     }
@@ -121,7 +133,8 @@ void Scanner::lock(const Command& command) {
     const SourceKind source = sourceOf(command.request, isKnown);
     const bool isGood = isKnown ? isPossible(command.request, model_, source, journal_) : false;
     if (!isKnown) {
-        journal_.complain("source code " + std::to_string(command.request.sourceCode) + " is wrong");
+        journal_.complain("source code " + std::to_string(command.request.sourceCode) +
+                          " is wrong");
     }
     Condition state = condition(CommandId::Lock);
     if (!isGood) {
@@ -131,7 +144,8 @@ void Scanner::lock(const Command& command) {
     isLocked_ = !refuses(reply(CommandId::Lock, state).status);
 }
 
-void Scanner::start(const Command& command) {
+void Scanner::start(const Command& command)
+{
     bool isKnown = false;
     const SourceKind source = sourceOf(command.request, isKnown);
     Condition state = condition(CommandId::Start);
@@ -143,8 +157,8 @@ void Scanner::start(const Command& command) {
     }
     if (command.parameters != lockParameters_) {
         journal_.complain("start has other parameters than the lock: " +
-                          hex(command.parameters.data(), command.parameters.size()) + " instead of " +
-                          hex(lockParameters_.data(), lockParameters_.size()));
+                          hex(command.parameters.data(), command.parameters.size()) +
+                          " instead of " + hex(lockParameters_.data(), lockParameters_.size()));
     }
     const bool canStart = !isScanning_ && isKnown && canScan(command.request, source);
     if (!canStart) {
@@ -156,7 +170,8 @@ void Scanner::start(const Command& command) {
     }
 }
 
-bool Scanner::canScan(const ScanRequest& request, SourceKind source) {
+bool Scanner::canScan(const ScanRequest& request, SourceKind source)
+{
     if (!isPossible(request, model_, source, journal_)) {
         return false;
     }
@@ -167,7 +182,8 @@ bool Scanner::canScan(const ScanRequest& request, SourceKind source) {
     return true;
 }
 
-void Scanner::unlock() {
+void Scanner::unlock()
+{
     if (!isLocked_ && !isScanning_ && !isDisturbed_) {
         journal_.complain("unlock without a lock before");
     }
@@ -180,7 +196,8 @@ void Scanner::unlock() {
     answer(CommandId::Unlock);
 }
 
-void Scanner::cancel() {
+void Scanner::cancel()
+{
     if (!isScanning_ && !isDisturbed_) {
         journal_.complain("cancel while nothing is being scanned");
     }
@@ -193,10 +210,12 @@ void Scanner::cancel() {
 }
 
 // Protocol 326 has no source code: whatever lies in the feeder goes first.
-SourceKind Scanner::sourceOf(const ScanRequest& request, bool& isKnown) const {
+SourceKind Scanner::sourceOf(const ScanRequest& request, bool& isKnown) const
+{
     if (model_.protocol == 326) {
         isKnown = true;
-        const bool takesFeeder = model_.has(SourceKind::Feeder) && (sheets_ > 0 || !model_.has(SourceKind::Flatbed));
+        const bool takesFeeder =
+            model_.has(SourceKind::Feeder) && (sheets_ > 0 || !model_.has(SourceKind::Flatbed));
         return takesFeeder ? SourceKind::Feeder : SourceKind::Flatbed;
     }
     const SourceKind kind = request.sourceCode == 4 ? SourceKind::Feeder : SourceKind::Flatbed;
@@ -204,7 +223,8 @@ SourceKind Scanner::sourceOf(const ScanRequest& request, bool& isKnown) const {
     return kind;
 }
 
-void Scanner::startPage(const ScanRequest& request, SourceKind kind) {
+void Scanner::startPage(const ScanRequest& request, SourceKind kind)
+{
     const Source& source = model_.source(kind);
     std::uint32_t lines = request.lines;
     if (kind == SourceKind::Feeder) {
@@ -212,16 +232,18 @@ void Scanner::startPage(const ScanRequest& request, SourceKind kind) {
         paper_ = feeder_.sheet(++sheetsFed_);
         if (model_.sheetHeight > 0) {
             const std::uint64_t end = std::uint64_t{model_.sheetHeight} * request.dpi / 300;
-            lines = std::min(lines, static_cast<std::uint32_t>(end - std::min<std::uint64_t>(end, request.offsetY)));
+            lines = std::min(lines, static_cast<std::uint32_t>(
+                                        end - std::min<std::uint64_t>(end, request.offsetY)));
         }
     } else {
         paper_ = glass_.sheet(1);
     }
     const std::optional<Fault> fault = faults_.happen(FaultEvent::Page);
     const std::uint32_t cut = fault ? fault->argument : 0;
-    const Window window{request.dpi, request.offsetX, request.offsetY, request.pixels, request.channels()};
-    const LineLayout layout{source.isMirrored, model_.isBgr, model_.isInterleaved, model_.interleaveOffsetX,
-                            model_.interleaveTrim};
+    const Window window{request.dpi, request.offsetX, request.offsetY, request.pixels,
+                        request.channels()};
+    const LineLayout layout{source.isMirrored, model_.isBgr, model_.isInterleaved,
+                            model_.interleaveOffsetX, model_.interleaveTrim};
     auto page = std::make_unique<PageStream>(*paper_, window, lines, layout, cut, recorder_);
     isScanning_ = true;
     isDisturbed_ = false;
@@ -229,11 +251,12 @@ void Scanner::startPage(const ScanRequest& request, SourceKind kind) {
     nextBlockTime_ = now_ + model_.blockDelayMs;
     queuePageMarker(request, page->deviceWidth());
     page_ = std::move(page);
-    journal_.trace("page " + std::to_string(pagesStarted_) + ": " + std::to_string(request.pixels) + " x " +
-                   std::to_string(lines) + " at " + std::to_string(request.dpi) + " dpi");
+    journal_.trace("page " + std::to_string(pagesStarted_) + ": " + std::to_string(request.pixels) +
+                   " x " + std::to_string(lines) + " at " + std::to_string(request.dpi) + " dpi");
 }
 
-void Scanner::queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth) {
+void Scanner::queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth)
+{
     PageGeometry geometry;
     geometry.width = deviceWidth;
     geometry.height = request.lines;
@@ -242,26 +265,31 @@ void Scanner::queuePageMarker(const ScanRequest& request, std::uint32_t deviceWi
         geometry.offsetX = model_.interleaveOffsetX;
         geometry.trim = model_.interleaveTrim;
     }
-    queueTransfer(makePageMarker(geometry, condition()), faults_.happen(FaultEvent::Marker), queue_);
+    queueTransfer(makePageMarker(geometry, condition()), faults_.happen(FaultEvent::Marker),
+                  queue_);
 }
 
-Condition Scanner::condition(CommandId id) const {
+Condition Scanner::condition(CommandId id) const
+{
     Condition state = condition();
     state.status = static_cast<std::uint8_t>(model_.statuses[static_cast<std::size_t>(id)]);
     return state;
 }
 
-Condition Scanner::condition() const {
+Condition Scanner::condition() const
+{
     const bool hasFeeder = model_.has(SourceKind::Feeder);
     return {kGood, static_cast<std::uint8_t>(!hasFeeder ? 0 : sheets_ == 0 ? 1 : 2)};
 }
 
 // The flip flag is byte 9 of a reply, behind an empty record response.
-Bytes Scanner::flipData(bool isFlipped) const {
+Bytes Scanner::flipData(bool isFlipped) const
+{
     return isFlipped ? Bytes{0, 1} : Bytes{};
 }
 
-Condition Scanner::reply(CommandId id, Condition state, const Bytes& data) {
+Condition Scanner::reply(CommandId id, Condition state, const Bytes& data)
+{
     std::optional<Fault> fault = faults_.happen(FaultEvent::Reply, id);
     Bytes contents = data;
     if (fault && isAboutTheContent(fault->action)) {
@@ -279,64 +307,69 @@ Condition Scanner::reply(CommandId id, Condition state, const Bytes& data) {
     isDisturbed_ = isDisturbed_ || refuses(state.status);
     Bytes bytes = makeReply(id, state, contents);
     if (journal_.isTracing()) {
-        journal_.trace(std::string("-> ") + commandName(id) + " replied  [" + hex(bytes.data(), bytes.size()) + "]");
+        journal_.trace(std::string("-> ") + commandName(id) + " replied  [" +
+                       hex(bytes.data(), bytes.size()) + "]");
     }
     queueTransfer(std::move(bytes), fault, replyQueue());
     return state;
 }
 
-void Scanner::noteFault(const Fault& fault) {
+void Scanner::noteFault(const Fault& fault)
+{
     isDisturbed_ = true;
     journal_.trace(std::string("fault: ") + faultActionName(fault.action));
 }
 
-void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault, std::deque<Transfer>& queue) {
+void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault,
+                            std::deque<Transfer>& queue)
+{
     Transfer transfer;
     transfer.bytes = std::move(bytes);
     transfer.end = transfer.bytes.size();
     if (fault) {
         noteFault(*fault);
         switch (fault->action) {
-            case FaultAction::Stall:
-                transfer.failure = TransferResult::Stall;
-                break;
-            case FaultAction::Unplug:
-                transfer.failure = TransferResult::Unplug;
-                break;
-            case FaultAction::Replug:
-                transfer.failure = TransferResult::Replug;
-                break;
-            case FaultAction::Timeout:
-                transfer.isNever = true;
-                break;
-            case FaultAction::Zero:
-                transfer.isZeroFirst = true;
-                break;
-            case FaultAction::Short:
-                transfer.end = std::min<std::size_t>(fault->argument, transfer.bytes.size());
-                break;
-            case FaultAction::Delay:
-                transfer.notBefore = now_ + fault->argument;
-                break;
-            case FaultAction::Stray:
-                queueTransfer(garbage(fault->argument), std::nullopt, queue);
-                break;
-            case FaultAction::Garbage:
-                transfer.bytes = garbage(fault->argument);
-                transfer.end = transfer.bytes.size();
-                break;
-            case FaultAction::Truncate:
-                transfer.bytes.resize(std::min<std::size_t>(fault->argument, transfer.bytes.size()));
-                transfer.end = transfer.bytes.size();
-                break;
-            default:
-                break;
+        case FaultAction::Stall:
+            transfer.failure = TransferResult::Stall;
+            break;
+        case FaultAction::Unplug:
+            transfer.failure = TransferResult::Unplug;
+            break;
+        case FaultAction::Replug:
+            transfer.failure = TransferResult::Replug;
+            break;
+        case FaultAction::Timeout:
+            transfer.isNever = true;
+            break;
+        case FaultAction::Zero:
+            transfer.isZeroFirst = true;
+            break;
+        case FaultAction::Short:
+            transfer.end = std::min<std::size_t>(fault->argument, transfer.bytes.size());
+            break;
+        case FaultAction::Delay:
+            transfer.notBefore = now_ + fault->argument;
+            break;
+        case FaultAction::Stray:
+            queueTransfer(garbage(fault->argument), std::nullopt, queue);
+            break;
+        case FaultAction::Garbage:
+            transfer.bytes = garbage(fault->argument);
+            transfer.end = transfer.bytes.size();
+            break;
+        case FaultAction::Truncate:
+            transfer.bytes.resize(std::min<std::size_t>(fault->argument, transfer.bytes.size()));
+            transfer.end = transfer.bytes.size();
+            break;
+        default:
+            break;
         }
     }
     queue.push_back(std::move(transfer));
 }
 
-bool Scanner::refill() {
+bool Scanner::refill()
+{
     if (!page_) {
         return false;
     }
@@ -350,7 +383,8 @@ bool Scanner::refill() {
     return true;
 }
 
-void Scanner::queueBlock() {
+void Scanner::queueBlock()
+{
     const std::optional<Fault> fault = faults_.happen(FaultEvent::Block);
     if (fault && fault->action == FaultAction::Jam) {
         noteFault(*fault);
@@ -358,7 +392,8 @@ void Scanner::queueBlock() {
         return;
     }
     const std::size_t headerSize = blockFraming(model_.protocol).headerSize;
-    const auto dataSize = static_cast<std::size_t>(std::min<std::uint64_t>(model_.blockSize, page_->bytesLeft()));
+    const auto dataSize =
+        static_cast<std::size_t>(std::min<std::uint64_t>(model_.blockSize, page_->bytesLeft()));
     Bytes block;
     block.reserve(headerSize + dataSize);
     block.resize(headerSize);
@@ -374,7 +409,8 @@ void Scanner::queueBlock() {
     }
 }
 
-void Scanner::queueEnd(RecordCode code) {
+void Scanner::queueEnd(RecordCode code)
+{
     std::optional<Fault> fault;
     if (code == RecordCode::End) {
         fault = faults_.happen(FaultEvent::End);
@@ -387,7 +423,8 @@ void Scanner::queueEnd(RecordCode code) {
 }
 
 // The page is over; what the host asked for meanwhile can be answered now.
-void Scanner::finishPage(RecordCode code) {
+void Scanner::finishPage(RecordCode code)
+{
     page_.reset();
     recorder_.endPage();
     blocksUntilCancelled_.reset();
@@ -396,7 +433,8 @@ void Scanner::finishPage(RecordCode code) {
     repliesAfterPage_.clear();
 }
 
-TransferResult Scanner::read(std::size_t capacity, Bytes& out) {
+TransferResult Scanner::read(std::size_t capacity, Bytes& out)
+{
     out.clear();
     if (isHung_ || (queue_.empty() && !refill())) {
         return TransferResult::Nothing;
@@ -421,7 +459,8 @@ TransferResult Scanner::read(std::size_t capacity, Bytes& out) {
     return takeBytes(capacity, out);
 }
 
-TransferResult Scanner::takeBytes(std::size_t capacity, Bytes& out) {
+TransferResult Scanner::takeBytes(std::size_t capacity, Bytes& out)
+{
     for (;;) {
         Transfer& transfer = queue_.front();
         const std::size_t take = std::min(capacity - out.size(), transfer.end - transfer.sent);
@@ -443,14 +482,16 @@ TransferResult Scanner::takeBytes(std::size_t capacity, Bytes& out) {
     }
 }
 
-std::optional<std::uint64_t> Scanner::nextWake() const {
+std::optional<std::uint64_t> Scanner::nextWake() const
+{
     if (isHung_ || queue_.empty() || queue_.front().isNever || queue_.front().notBefore <= now_) {
         return std::nullopt;
     }
     return queue_.front().notBefore;
 }
 
-void Scanner::reset() {
+void Scanner::reset()
+{
     page_.reset();
     recorder_.endPage();
     blocksUntilCancelled_.reset();
@@ -464,7 +505,8 @@ void Scanner::reset() {
     isDisturbed_ = false;
 }
 
-void Scanner::hostLeft() {
+void Scanner::hostLeft()
+{
     if ((isLocked_ || isScanning_) && !isDisturbed_) {
         journal_.complain("the host left the scanner locked");
     }

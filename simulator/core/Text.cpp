@@ -7,7 +7,8 @@
 
 namespace scansim {
 
-std::string trimmed(const std::string& text) {
+std::string trimmed(const std::string& text)
+{
     const char* blanks = " \t\r\n";
     const std::size_t first = text.find_first_not_of(blanks);
     if (first == std::string::npos) {
@@ -16,7 +17,8 @@ std::string trimmed(const std::string& text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-std::vector<std::string> words(const std::string& text) {
+std::vector<std::string> words(const std::string& text)
+{
     std::istringstream stream(text);
     std::vector<std::string> result;
     for (std::string word; stream >> word;) {
@@ -25,7 +27,8 @@ std::vector<std::string> words(const std::string& text) {
     return result;
 }
 
-std::vector<std::string> split(const std::string& text, char separator) {
+std::vector<std::string> split(const std::string& text, char separator)
+{
     std::istringstream stream(text);
     std::vector<std::string> result;
     for (std::string part; std::getline(stream, part, separator);) {
@@ -34,7 +37,8 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return result;
 }
 
-std::uint32_t parseNumber(const std::string& text, std::uint32_t low, std::uint32_t high) {
+std::uint32_t parseNumber(const std::string& text, std::uint32_t low, std::uint32_t high)
+{
     const bool isHex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
     const bool hasDigits = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) != 0;
     char* end = nullptr;

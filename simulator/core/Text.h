@@ -7,7 +7,8 @@
 
 namespace scansim {
 
-// What a user wrote (model file, option, fault) does not make sense; the message says where and why.
+// What a user wrote (model file, option, fault) does not make sense; the message says where and
+// why.
 class InputError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

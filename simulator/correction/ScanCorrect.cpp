@@ -6,7 +6,9 @@ namespace {
 
 constexpr int kTableSize = 256;
 
-void correctLine(unsigned char* line, std::size_t samples, std::size_t channels, const unsigned char* tables) {
+void correctLine(unsigned char* line, std::size_t samples, std::size_t channels,
+                 const unsigned char* tables)
+{
     for (std::size_t i = 0; i < samples; ++i) {
         line[i] = tables[i % channels * kTableSize + line[i]];
     }
@@ -15,9 +17,11 @@ void correctLine(unsigned char* line, std::size_t samples, std::size_t channels,
 }  // namespace
 
 // Returns 0, or 1 when the table does not have one part for every channel.
-extern "C" __attribute__((visibility("default"))) int ScanCorrect(unsigned char* data, int width, int lines,
-                                                                  int stride, int isColour, unsigned char* lut,
-                                                                  int lutSize) {
+extern "C" __attribute__((visibility("default"))) int ScanCorrect(unsigned char* data, int width,
+                                                                  int lines, int stride,
+                                                                  int isColour, unsigned char* lut,
+                                                                  int lutSize)
+{
     const int channels = isColour != 0 ? 3 : 1;
     if (lutSize != channels * kTableSize) {
         return 1;

@@ -14,18 +14,21 @@ namespace {
 
 constexpr std::size_t kMaxLine = 4096;
 
-sockaddr_un addressOf(const std::string& path) {
+sockaddr_un addressOf(const std::string& path)
+{
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     return address;
 }
 
-[[noreturn]] void fail(const std::string& what) {
+[[noreturn]] void fail(const std::string& what)
+{
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-int makeSocket() {
+int makeSocket()
+{
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         fail("control socket");
@@ -33,7 +36,8 @@ int makeSocket() {
     return fd;
 }
 
-void sendAll(int fd, const std::string& text) {
+void sendAll(int fd, const std::string& text)
+{
     std::size_t sent = 0;
     while (sent < text.size()) {
         const ssize_t count = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
@@ -47,7 +51,8 @@ void sendAll(int fd, const std::string& text) {
 }  // namespace
 
 ControlChannel::ControlChannel(const std::string& path, Handler handler)
-    : listener_(makeSocket()), handler_(std::move(handler)) {
+    : listener_(makeSocket()), handler_(std::move(handler))
+{
     const sockaddr_un address = addressOf(path);
     if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         listen(listener_, 8) != 0) {
@@ -55,21 +60,24 @@ ControlChannel::ControlChannel(const std::string& path, Handler handler)
     }
 }
 
-ControlChannel::~ControlChannel() {
+ControlChannel::~ControlChannel()
+{
     for (const auto& client : clients_) {
         close(client.first);
     }
     close(listener_);
 }
 
-void ControlChannel::addTo(std::vector<pollfd>& descriptors) const {
+void ControlChannel::addTo(std::vector<pollfd>& descriptors) const
+{
     descriptors.push_back({listener_, POLLIN, 0});
     for (const auto& client : clients_) {
         descriptors.push_back({client.first, POLLIN, 0});
     }
 }
 
-void ControlChannel::handle(const std::vector<pollfd>& descriptors) {
+void ControlChannel::handle(const std::vector<pollfd>& descriptors)
+{
     for (const pollfd& descriptor : descriptors) {
         if (descriptor.revents == 0) {
             continue;
@@ -85,7 +93,8 @@ void ControlChannel::handle(const std::vector<pollfd>& descriptors) {
     }
 }
 
-void ControlChannel::serve(int fd) {
+void ControlChannel::serve(int fd)
+{
     char buffer[1024];
     const ssize_t count = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
     std::string& line = clients_[fd];
@@ -102,7 +111,8 @@ void ControlChannel::serve(int fd) {
     }
 }
 
-std::string ControlChannel::ask(const std::string& path, const std::string& line) {
+std::string ControlChannel::ask(const std::string& path, const std::string& line)
+{
     const int fd = makeSocket();
     const sockaddr_un address = addressOf(path);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

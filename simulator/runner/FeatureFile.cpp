@@ -6,11 +6,13 @@ namespace scansim {
 
 namespace {
 
-bool isAbout(const std::string& line, const std::string& key) {
+bool isAbout(const std::string& line, const std::string& key)
+{
     return line.rfind(key + "=", 0) == 0;
 }
 
-const char* sectionFor(const std::string& value) {
+const char* sectionFor(const std::string& value)
+{
     const bool isNumber = value.find_first_not_of("0123456789.-") == std::string::npos;
     if (!isNumber) {
         return "[STRINGS]";
@@ -18,7 +20,8 @@ const char* sectionFor(const std::string& value) {
     return value.find('.') == std::string::npos ? "[INTEGERS]" : "[DOUBLES]";
 }
 
-std::string changed(const std::string& text, const FeatureChange& change) {
+std::string changed(const std::string& text, const FeatureChange& change)
+{
     const auto& [key, value] = change;
     const std::string entry = key + "=" + value + "\n";
     std::istringstream in(text);
@@ -38,15 +41,18 @@ std::string changed(const std::string& text, const FeatureChange& change) {
     return out;
 }
 
-void replaceAll(std::string& text, const std::string& from, const std::string& to) {
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+void replaceAll(std::string& text, const std::string& from, const std::string& to)
+{
+    for (std::size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, at + to.size())) {
         text.replace(at, from.size(), to);
     }
 }
 
 }  // namespace
 
-std::string changedFeatures(const std::string& text, const std::vector<FeatureChange>& changes) {
+std::string changedFeatures(const std::string& text, const std::vector<FeatureChange>& changes)
+{
     std::string result = text;
     for (const FeatureChange& change : changes) {
         result = changed(result, change);
@@ -55,7 +61,8 @@ std::string changedFeatures(const std::string& text, const std::vector<FeatureCh
 }
 
 std::string withCorrectionFrom(const std::string& text, const std::string& libraryFolder,
-                               const std::string& tableFolder) {
+                               const std::string& tableFolder)
+{
     std::string result = text;
     replaceAll(result, "=/usr/qilinkjet/qil08/lib/", "=" + libraryFolder + "/");
     replaceAll(result, "=/usr/qilinkjet/qil08/etc/", "=" + tableFolder + "/");

@@ -15,7 +15,8 @@ class Parser {
 public:
     explicit Parser(std::vector<std::string> arguments) : arguments_(std::move(arguments)) {}
 
-    Options parse() {
+    Options parse()
+    {
         while (next_ < arguments_.size() && !isCommand()) {
             parseOption(arguments_[next_++]);
         }
@@ -24,7 +25,8 @@ public:
     }
 
 private:
-    bool isCommand() {
+    bool isCommand()
+    {
         if (arguments_[next_] == "--") {
             ++next_;
             return true;
@@ -32,25 +34,26 @@ private:
         return arguments_[next_].rfind("--", 0) != 0;
     }
 
-    std::string value(const std::string& option) {
+    std::string value(const std::string& option)
+    {
         if (next_ >= arguments_.size()) {
             throw InputError(option + " needs a value");
         }
         return arguments_[next_++];
     }
 
-    void parseOption(const std::string& option) {
-        const std::map<std::string, bool Options::*> flags = {{"--help", &Options::wantsHelp},
-                                                              {"--list-models", &Options::wantsModelList},
-                                                              {"--private-tmp", &Options::hasPrivateTmp},
-                                                              {"--all-cpus", &Options::mayUseAllCpus},
-                                                              {"--tolerate", &Options::isTolerant}};
-        const std::map<std::string, std::string Options::*> texts = {{"--models", &Options::modelsFolder},
-                                                                     {"--modules", &Options::modulesFolder},
-                                                                     {"--config", &Options::configFolder},
-                                                                     {"--record", &Options::recordFolder},
-                                                                     {"--log", &Options::logFile},
-                                                                     {"--control", &Options::controlLine}};
+    void parseOption(const std::string& option)
+    {
+        const std::map<std::string, bool Options::*> flags = {
+            {"--help", &Options::wantsHelp},
+            {"--list-models", &Options::wantsModelList},
+            {"--private-tmp", &Options::hasPrivateTmp},
+            {"--all-cpus", &Options::mayUseAllCpus},
+            {"--tolerate", &Options::isTolerant}};
+        const std::map<std::string, std::string Options::*> texts = {
+            {"--models", &Options::modelsFolder}, {"--modules", &Options::modulesFolder},
+            {"--config", &Options::configFolder}, {"--record", &Options::recordFolder},
+            {"--log", &Options::logFile},         {"--control", &Options::controlLine}};
         const auto flag = flags.find(option);
         const auto text = texts.find(option);
         if (flag != flags.end()) {
@@ -64,7 +67,8 @@ private:
         }
     }
 
-    void parseDeviceOption(const std::string& option) {
+    void parseDeviceOption(const std::string& option)
+    {
         if (option == "--usb") {
             addDevice(value(option));
         } else if (option == "--set") {
@@ -79,7 +83,8 @@ private:
     }
 
     // "NAME,key=value,key=value"
-    void addDevice(const std::string& text) {
+    void addDevice(const std::string& text)
+    {
         const std::vector<std::string> parts = split(text, ',');
         if (parts.empty() || parts[0].empty()) {
             throw InputError("--usb needs the name of a model");
@@ -92,11 +97,15 @@ private:
         options_.devices.push_back(device);
     }
 
-    DeviceOptions& current() { return options_.devices.empty() ? common_ : options_.devices.back(); }
+    DeviceOptions& current()
+    {
+        return options_.devices.empty() ? common_ : options_.devices.back();
+    }
 
     void addSetting(const ModelSetting& setting) { current().settings.push_back(setting); }
 
-    void addFeature(const std::string& text) {
+    void addFeature(const std::string& text)
+    {
         const std::size_t equals = text.find('=');
         if (equals == std::string::npos) {
             throw InputError("--feature " + text + ": not of the form KEY=VALUE");
@@ -112,11 +121,13 @@ private:
 
 }  // namespace
 
-Options Options::parse(const std::vector<std::string>& arguments) {
+Options Options::parse(const std::vector<std::string>& arguments)
+{
     return Parser(arguments).parse();
 }
 
-std::string Options::help() {
+std::string Options::help()
+{
     return R"(Usage: scanner-sim [OPTIONS] --usb MODEL [OPTIONS] [--usb MODEL ...] -- COMMAND [ARGUMENTS]
 
 Runs COMMAND where the only USB devices are simulated scanners, and where SANE knows the backends

@@ -17,36 +17,45 @@ namespace {
 constexpr const char* kFuseDevice = "/dev/fuse";
 constexpr const char* kTmp = "/tmp";
 
-std::string reason() {
+std::string reason()
+{
     return std::strerror(errno);
 }
 
-int openFuse() {
+int openFuse()
+{
     const int fd = open(kFuseDevice, O_RDWR | O_CLOEXEC);
     if (fd >= 0) {
         return fd;
     }
     if (errno == EACCES || errno == EPERM) {
-        throw SandboxError("no permission to open /dev/fuse (" + reason() +
-                           "): let this user read and write it (chmod 0666 /dev/fuse), or run as root; "
-                           "in a container, allow the device (for example --device /dev/fuse)");
+        throw SandboxError(
+            "no permission to open /dev/fuse (" + reason() +
+            "): let this user read and write it (chmod 0666 /dev/fuse), or run as root; "
+            "in a container, allow the device (for example --device /dev/fuse)");
     }
-    throw SandboxError("/dev/fuse is missing (" + reason() +
-                       "): load the kernel module (modprobe fuse); in a container, pass the device through "
-                       "(for example --device /dev/fuse)");
+    throw SandboxError(
+        "/dev/fuse is missing (" + reason() +
+        "): load the kernel module (modprobe fuse); in a container, pass the device through "
+        "(for example --device /dev/fuse)");
 }
 
-void checkPrerequisites() {
+void checkPrerequisites()
+{
     close(openFuse());
     struct stat st {};
     if (stat(Sandbox::saneFolder().c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        throw SandboxError("the folder /etc/sane.d is missing: install SANE (apt-get install libsane1 sane-utils)");
+        throw SandboxError(
+            "the folder /etc/sane.d is missing: install SANE (apt-get install libsane1 "
+            "sane-utils)");
     }
 }
 
-void writeFile(const char* path, const std::string& text) {
+void writeFile(const char* path, const std::string& text)
+{
     const int fd = open(path, O_WRONLY | O_CLOEXEC);
-    const bool isWritten = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const bool isWritten =
+        fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     const std::string why = reason();
     close(fd);
     if (!isWritten) {
@@ -54,52 +63,61 @@ void writeFile(const char* path, const std::string& text) {
     }
 }
 
-std::string identity(unsigned id) {
+std::string identity(unsigned id)
+{
     return std::to_string(id) + " " + std::to_string(id) + " 1";
 }
 
 // The user stays who he is, but may mount inside.
-void enterUserNamespace() {
+void enterUserNamespace()
+{
     const std::string uid = identity(geteuid());
     const std::string gid = identity(getegid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        throw SandboxError("user namespaces are not allowed (" + reason() +
-                           "): run as root, or allow them (sysctl kernel.unprivileged_userns_clone=1, "
-                           "user.max_user_namespaces above 0, and "
-                           "kernel.apparmor_restrict_unprivileged_userns=0 where these exist)");
+        throw SandboxError(
+            "user namespaces are not allowed (" + reason() +
+            "): run as root, or allow them (sysctl kernel.unprivileged_userns_clone=1, "
+            "user.max_user_namespaces above 0, and "
+            "kernel.apparmor_restrict_unprivileged_userns=0 where these exist)");
     }
     writeFile("/proc/self/setgroups", "deny");
     writeFile("/proc/self/uid_map", uid);
     writeFile("/proc/self/gid_map", gid);
 }
 
-void enterNamespaces() {
+void enterNamespaces()
+{
     if (geteuid() != 0) {
         enterUserNamespace();
     } else if (unshare(CLONE_NEWNS) != 0) {
-        throw SandboxError("no mount namespace (" + reason() +
-                           "): root needs CAP_SYS_ADMIN here; in a container, add it "
-                           "(for example --cap-add SYS_ADMIN) or run as an ordinary user with user namespaces");
+        throw SandboxError(
+            "no mount namespace (" + reason() +
+            "): root needs CAP_SYS_ADMIN here; in a container, add it "
+            "(for example --cap-add SYS_ADMIN) or run as an ordinary user with user namespaces");
     }
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
         throw SandboxError("cannot make the mounts private: " + reason());
     }
 }
 
-void mountTmpfs(const char* path, const char* options) {
+void mountTmpfs(const char* path, const char* options)
+{
     if (mount("tmpfs", path, "tmpfs", MS_NOSUID | MS_NODEV, options) != 0) {
-        throw SandboxError(std::string("cannot mount a temporary file system on ") + path + ": " + reason());
+        throw SandboxError(std::string("cannot mount a temporary file system on ") + path + ": " +
+                           reason());
     }
 }
 
-void makeFolder(const std::string& path) {
+void makeFolder(const std::string& path)
+{
     if (mkdir(path.c_str(), 0755) != 0) {
         throw SandboxError("cannot make " + path + ": " + reason());
     }
 }
 
 // The folders right below /tmp that hold one of the paths, each opened.
-std::map<std::string, int> openFoldersOfTmp(const std::vector<std::string>& paths) {
+std::map<std::string, int> openFoldersOfTmp(const std::vector<std::string>& paths)
+{
     std::map<std::string, int> folders;
     for (const std::string& path : paths) {
         const std::string prefix = std::string(kTmp) + "/";
@@ -117,7 +135,8 @@ std::map<std::string, int> openFoldersOfTmp(const std::vector<std::string>& path
 
 }  // namespace
 
-Sandbox::Sandbox() {
+Sandbox::Sandbox()
+{
     checkPrerequisites();
     enterNamespaces();
     mountTmpfs(saneFolder().c_str(), "mode=0755");
@@ -125,7 +144,8 @@ Sandbox::Sandbox() {
     makeFolder(usbFolder());
 }
 
-void Sandbox::makePrivateTmp(const std::vector<std::string>& visible) {
+void Sandbox::makePrivateTmp(const std::vector<std::string>& visible)
+{
     const std::map<std::string, int> folders = openFoldersOfTmp(visible);
     mountTmpfs(kTmp, "mode=1777");
     for (const auto& [folder, fd] : folders) {
@@ -138,11 +158,14 @@ void Sandbox::makePrivateTmp(const std::vector<std::string>& visible) {
     }
 }
 
-int Sandbox::mountUsbFs() {
+int Sandbox::mountUsbFs()
+{
     const int fd = openFuse();
-    const std::string options = "fd=" + std::to_string(fd) + ",rootmode=40000,user_id=" + std::to_string(geteuid()) +
+    const std::string options = "fd=" + std::to_string(fd) +
+                                ",rootmode=40000,user_id=" + std::to_string(geteuid()) +
                                 ",group_id=" + std::to_string(getegid()) + ",allow_other";
-    if (mount("scanner-sim", usbFolder().c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
+    if (mount("scanner-sim", usbFolder().c_str(), "fuse", MS_NOSUID | MS_NODEV, options.c_str()) !=
+        0) {
         const std::string why = reason();
         close(fd);
         throw SandboxError("cannot mount a FUSE file system: " + why);

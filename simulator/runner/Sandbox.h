@@ -23,7 +23,8 @@ public:
     // of these paths.
     void makePrivateTmp(const std::vector<std::string>& visible);
 
-    // Mounts the simulated usbfs; gives the FUSE connection, which is the caller's to serve and close.
+    // Mounts the simulated usbfs; gives the FUSE connection, which is the caller's to serve and
+    // close.
     int mountUsbFs();
 
     static std::string saneFolder() { return "/etc/sane.d"; }

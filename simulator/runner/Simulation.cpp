@@ -31,11 +31,13 @@ namespace fs = std::filesystem;
 constexpr int kComplained = 99;
 constexpr const char* kModelSuffix = ".model";
 
-std::string orElse(const std::string& value, const std::string& otherwise) {
+std::string orElse(const std::string& value, const std::string& otherwise)
+{
     return value.empty() ? otherwise : value;
 }
 
-std::string modelsFolderOr(const std::string& given) {
+std::string modelsFolderOr(const std::string& given)
+{
     if (!given.empty()) {
         return given;
     }
@@ -44,12 +46,15 @@ std::string modelsFolderOr(const std::string& given) {
     return fs::is_directory(SCANSIM_MODELS_DIR, error) ? SCANSIM_MODELS_DIR : beside.string();
 }
 
-std::uint64_t nowMs() {
+std::uint64_t nowMs()
+{
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-sigset_t handledSignals() {
+sigset_t handledSignals()
+{
     sigset_t set;
     sigemptyset(&set);
     for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD}) {
@@ -58,13 +63,15 @@ sigset_t handledSignals() {
     return set;
 }
 
-int exitStatus(int waitStatus) {
+int exitStatus(int waitStatus)
+{
     return WIFSIGNALED(waitStatus) ? 128 + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
 }
 
 // Every transfer makes the command and this process wait for each other. On one CPU that is a
 // switch between two processes; on two it is a wake-up, which costs several times as much.
-void stayOnThisCpu() {
+void stayOnThisCpu()
+{
     const int cpu = sched_getcpu();
     cpu_set_t set;
     CPU_ZERO(&set);
@@ -75,7 +82,8 @@ void stayOnThisCpu() {
 }
 
 // Fetches every child that has ended; true if `child` is among them.
-bool reapChildren(pid_t child, int& status) {
+bool reapChildren(pid_t child, int& status)
+{
     bool isOver = false;
     int waitStatus = 0;
     for (pid_t pid; (pid = waitpid(-1, &waitStatus, WNOHANG)) > 0;) {
@@ -90,22 +98,25 @@ bool reapChildren(pid_t child, int& status) {
 }  // namespace
 
 Simulation::Simulation(const Options& options)
-    : options_(options), saneConfig_(orElse(options.configFolder, SCANSIM_CONFIG_DIR)) {
+    : options_(options), saneConfig_(orElse(options.configFolder, SCANSIM_CONFIG_DIR))
+{
     openLog();
     const std::string recordFolder = openRecordFolder();
     for (const DeviceOptions& device : options_.devices) {
-        Model model = ModelFile::load(modelPath(device.model, options_.modelsFolder), device.settings);
+        Model model =
+            ModelFile::load(modelPath(device.model, options_.modelsFolder), device.settings);
         saneConfig_.addDevice(model, device.features);
         const auto number = static_cast<unsigned>(devices_.size() + 1);
-        devices_.push_back(std::make_unique<SimulatedDevice>(number, std::move(model), recordFolder, log_,
-                                                             [this] { return ++lastFileNumber_; }));
+        devices_.push_back(std::make_unique<SimulatedDevice>(
+            number, std::move(model), recordFolder, log_, [this] { return ++lastFileNumber_; }));
     }
     if (!options_.backends.empty()) {
         saneConfig_.setBackends(options_.backends);
     }
 }
 
-Simulation::~Simulation() {
+Simulation::~Simulation()
+{
     fs_.reset();
     devices_.clear();
     if (log_ != nullptr && log_ != stderr) {
@@ -116,7 +127,8 @@ Simulation::~Simulation() {
     }
 }
 
-void Simulation::openLog() {
+void Simulation::openLog()
+{
     if (options_.logFile == "-") {
         log_ = stderr;
     } else if (!options_.logFile.empty()) {
@@ -128,7 +140,8 @@ void Simulation::openLog() {
 }
 
 // The folder is kept by descriptor: inside the sandbox its name may mean another one.
-std::string Simulation::openRecordFolder() {
+std::string Simulation::openRecordFolder()
+{
     if (options_.recordFolder.empty()) {
         return {};
     }
@@ -141,10 +154,12 @@ std::string Simulation::openRecordFolder() {
     return "/proc/self/fd/" + std::to_string(recordFd_);
 }
 
-std::vector<std::string> Simulation::modelNames(const std::string& modelsFolder) {
+std::vector<std::string> Simulation::modelNames(const std::string& modelsFolder)
+{
     std::vector<std::string> names;
     std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(modelsFolderOr(modelsFolder), error)) {
+    for (const fs::directory_entry& entry :
+         fs::directory_iterator(modelsFolderOr(modelsFolder), error)) {
         if (entry.path().extension() == kModelSuffix) {
             names.push_back(entry.path().stem().string());
         }
@@ -153,18 +168,22 @@ std::vector<std::string> Simulation::modelNames(const std::string& modelsFolder)
     return names;
 }
 
-std::string Simulation::modelPath(const std::string& name, const std::string& modelsFolder) {
+std::string Simulation::modelPath(const std::string& name, const std::string& modelsFolder)
+{
     if (name.find('/') != std::string::npos || fs::path(name).extension() == kModelSuffix) {
         return name;
     }
-    const std::string path = (fs::path(modelsFolderOr(modelsFolder)) / (name + kModelSuffix)).string();
+    const std::string path =
+        (fs::path(modelsFolderOr(modelsFolder)) / (name + kModelSuffix)).string();
     if (!fs::exists(path)) {
-        throw InputError("no model '" + name + "' in " + modelsFolderOr(modelsFolder) + "; see --list-models");
+        throw InputError("no model '" + name + "' in " + modelsFolderOr(modelsFolder) +
+                         "; see --list-models");
     }
     return path;
 }
 
-void Simulation::writeConfiguration(const std::map<std::string, std::string>& files) const {
+void Simulation::writeConfiguration(const std::map<std::string, std::string>& files) const
+{
     for (const auto& [name, text] : files) {
         const std::string path = Sandbox::saneFolder() + "/" + name;
         std::ofstream file(path, std::ios::binary);
@@ -175,24 +194,30 @@ void Simulation::writeConfiguration(const std::map<std::string, std::string>& fi
     }
 }
 
-std::string Simulation::modulesFolder() const {
+std::string Simulation::modulesFolder() const
+{
     return orElse(options_.modulesFolder, SCANSIM_MODULES_DIR);
 }
 
-void Simulation::setEnvironment() const {
+void Simulation::setEnvironment() const
+{
     const std::string modules = modulesFolder();
     if (!fs::is_directory(modules)) {
-        std::fprintf(stderr, "scanner-sim: no folder %s with backend libraries is to be seen inside\n", modules.c_str());
+        std::fprintf(stderr,
+                     "scanner-sim: no folder %s with backend libraries is to be seen inside\n",
+                     modules.c_str());
     }
     const char* others = std::getenv("LD_LIBRARY_PATH");
-    const std::string path = fs::absolute(modules).string() + (others != nullptr ? std::string(":") + others : "");
+    const std::string path =
+        fs::absolute(modules).string() + (others != nullptr ? std::string(":") + others : "");
     setenv("LD_LIBRARY_PATH", path.c_str(), 1);
     setenv("SANE_CONFIG_DIR", Sandbox::saneFolder().c_str(), 1);
     setenv("USB_DEVFS_PATH", Sandbox::usbFolder().c_str(), 1);
     setenv("SCANNER_SIM_CONTROL", (Sandbox::privateFolder() + "/control").c_str(), 1);
 }
 
-int Simulation::run() {
+int Simulation::run()
+{
     const std::map<std::string, std::string> files = saneConfig_.files(Sandbox::saneFolder());
     Sandbox sandbox;
     writeConfiguration(files);
@@ -209,8 +234,9 @@ int Simulation::run() {
     }
     fs_ = std::make_unique<UsbFs>(usbDevices);
     fs_->serve(fuse);
-    control_ = std::make_unique<ControlChannel>(Sandbox::privateFolder() + "/control",
-                                                [this](const std::string& line) { return control(line); });
+    control_ =
+        std::make_unique<ControlChannel>(Sandbox::privateFolder() + "/control",
+                                         [this](const std::string& line) { return control(line); });
     setEnvironment();
     if (!options_.mayUseAllCpus) {
         stayOnThisCpu();
@@ -227,7 +253,8 @@ int Simulation::run() {
     return complaintCount() > 0 && !options_.isTolerant ? kComplained : status;
 }
 
-pid_t Simulation::startCommand(const void* oldSignals) const {
+pid_t Simulation::startCommand(const void* oldSignals) const
+{
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child < 0) {
@@ -252,7 +279,8 @@ pid_t Simulation::startCommand(const void* oldSignals) const {
     _exit(error == ENOENT ? 127 : 126);
 }
 
-int Simulation::loop(pid_t child, int signals) {
+int Simulation::loop(pid_t child, int signals)
+{
     int status = 0;
     for (;;) {
         std::vector<pollfd> descriptors = {{fs_->fd(), POLLIN, 0}, {signals, POLLIN, 0}};
@@ -277,7 +305,8 @@ int Simulation::loop(pid_t child, int signals) {
 }
 
 // Until a delayed transfer is due; -1 if none is waiting.
-int Simulation::timeout() {
+int Simulation::timeout()
+{
     const std::uint64_t now = nowMs();
     int timeout = -1;
     for (const auto& device : devices_) {
@@ -290,7 +319,8 @@ int Simulation::timeout() {
 }
 
 // True when the command is over. A signal typed at the terminal has reached the command already.
-bool Simulation::handleSignals(pid_t child, int signals, int& status) const {
+bool Simulation::handleSignals(pid_t child, int signals, int& status) const
+{
     signalfd_siginfo info;
     while (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
         if (info.ssi_signo == SIGCHLD) {
@@ -304,7 +334,8 @@ bool Simulation::handleSignals(pid_t child, int signals, int& status) const {
     return false;
 }
 
-std::string Simulation::control(const std::string& line) {
+std::string Simulation::control(const std::string& line)
+{
     try {
         if (line == "complaints?") {
             std::string answer = std::to_string(complaintCount());
@@ -328,7 +359,8 @@ std::string Simulation::control(const std::string& line) {
 }
 
 // "device N: WHAT"
-std::string Simulation::controlDevice(const std::string& line) {
+std::string Simulation::controlDevice(const std::string& line)
+{
     const std::size_t colon = line.find(':');
     const std::vector<std::string> left = words(line.substr(0, colon));
     if (colon == std::string::npos || left.size() != 2 || left[0] != "device") {
@@ -340,7 +372,8 @@ std::string Simulation::controlDevice(const std::string& line) {
     return answer;
 }
 
-std::size_t Simulation::complaintCount() const {
+std::size_t Simulation::complaintCount() const
+{
     std::size_t count = 0;
     for (const auto& device : devices_) {
         count += device->journal().complaints().size();

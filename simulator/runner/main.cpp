@@ -15,24 +15,28 @@ namespace {
 constexpr int kUsageError = 2;
 constexpr int kCannotSimulate = 77;
 
-int listModels(const scansim::Options& options) {
+int listModels(const scansim::Options& options)
+{
     for (const std::string& name : scansim::Simulation::modelNames(options.modelsFolder)) {
         std::printf("%s\n", name.c_str());
     }
     return 0;
 }
 
-int sendControl(const std::string& line) {
+int sendControl(const std::string& line)
+{
     const char* path = std::getenv("SCANNER_SIM_CONTROL");
     if (path == nullptr) {
-        throw scansim::InputError("--control works only inside a simulation (SCANNER_SIM_CONTROL is not set)");
+        throw scansim::InputError(
+            "--control works only inside a simulation (SCANNER_SIM_CONTROL is not set)");
     }
     const std::string answer = scansim::ControlChannel::ask(path, line);
     std::fputs(answer.c_str(), stdout);
     return answer.rfind("error", 0) == 0 ? 1 : 0;
 }
 
-int run(const std::vector<std::string>& arguments) {
+int run(const std::vector<std::string>& arguments)
+{
     const scansim::Options options = scansim::Options::parse(arguments);
     if (options.wantsHelp) {
         std::fputs(scansim::Options::help().c_str(), stdout);
@@ -52,7 +56,8 @@ int run(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     try {
         return run(std::vector<std::string>(argv + 1, argv + argc));
     } catch (const scansim::InputError& error) {

@@ -17,7 +17,8 @@ constexpr unsigned kConfigurationDescriptorType = 2;
 constexpr unsigned kStringDescriptorType = 3;
 constexpr std::size_t kDeviceDescriptorSize = 18;
 
-bool isIn(std::uint8_t endpoint) {
+bool isIn(std::uint8_t endpoint)
+{
     return (endpoint & 0x80) != 0;
 }
 
@@ -30,11 +31,13 @@ UsbDevice::UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, 
       faults_(faults),
       journal_(journal),
       nextNumber_(std::move(nextNumber)),
-      hasDriver_(model.hasKernelDriver) {
+      hasDriver_(model.hasKernelDriver)
+{
     plug();
 }
 
-void UsbDevice::plug() {
+void UsbDevice::plug()
+{
     if (!isPlugged_) {
         isPlugged_ = true;
         number_ = nextNumber_();
@@ -45,7 +48,8 @@ void UsbDevice::plug() {
     }
 }
 
-void UsbDevice::unplug() {
+void UsbDevice::unplug()
+{
     isPlugged_ = false;
     journal_.trace("unplugged");
     for (UsbClient* client : clients_) {
@@ -60,41 +64,45 @@ void UsbDevice::unplug() {
     clients_.clear();
 }
 
-Bytes UsbDevice::descriptors() const {
+Bytes UsbDevice::descriptors() const
+{
     return usbDescriptors(model_);
 }
 
-int UsbDevice::carryOut(FaultEvent event) {
+int UsbDevice::carryOut(FaultEvent event)
+{
     return carryOut(faults_.happen(event));
 }
 
 // The errno of a fault in a call; 0 if the call goes on.
-int UsbDevice::carryOut(const std::optional<Fault>& fault) {
+int UsbDevice::carryOut(const std::optional<Fault>& fault)
+{
     if (!fault) {
         return 0;
     }
     switch (fault->action) {
-        case FaultAction::Refuse:
-            return static_cast<int>(fault->argument);
-        case FaultAction::Busy:
-            hasDriver_ = true;
-            return 0;
-        case FaultAction::Held:
-            return EBUSY;
-        case FaultAction::Stall:
-            return EPIPE;
-        case FaultAction::Timeout:
-            return ETIMEDOUT;
-        default:
-            unplug();
-            if (fault->action == FaultAction::Replug) {
-                plug();
-            }
-            return ENODEV;
+    case FaultAction::Refuse:
+        return static_cast<int>(fault->argument);
+    case FaultAction::Busy:
+        hasDriver_ = true;
+        return 0;
+    case FaultAction::Held:
+        return EBUSY;
+    case FaultAction::Stall:
+        return EPIPE;
+    case FaultAction::Timeout:
+        return ETIMEDOUT;
+    default:
+        unplug();
+        if (fault->action == FaultAction::Replug) {
+            plug();
+        }
+        return ENODEV;
     }
 }
 
-int UsbDevice::open(UsbClient& client, bool forWriting) {
+int UsbDevice::open(UsbClient& client, bool forWriting)
+{
     if (forWriting && model_.isReadOnly) {
         return EACCES;
     }
@@ -105,7 +113,8 @@ int UsbDevice::open(UsbClient& client, bool forWriting) {
     return 0;
 }
 
-void UsbDevice::close(UsbClient& client) {
+void UsbDevice::close(UsbClient& client)
+{
     while (!client.claims.empty() && !client.isGone) {
         client.claims.erase(client.claims.begin());
         scanner_.hostLeft();
@@ -114,18 +123,21 @@ void UsbDevice::close(UsbClient& client) {
     carryOut(FaultEvent::Close);
 }
 
-bool UsbDevice::isClaimedByOther(const UsbClient& client, unsigned interface) const {
+bool UsbDevice::isClaimedByOther(const UsbClient& client, unsigned interface) const
+{
     return std::any_of(clients_.begin(), clients_.end(), [&](const UsbClient* other) {
         return other != &client && other->claims.count(interface) > 0;
     });
 }
 
-bool UsbDevice::isAnyClaimed() const {
+bool UsbDevice::isAnyClaimed() const
+{
     return std::any_of(clients_.begin(), clients_.end(),
                        [](const UsbClient* client) { return !client->claims.empty(); });
 }
 
-int UsbDevice::claim(UsbClient& client, unsigned interface) {
+int UsbDevice::claim(UsbClient& client, unsigned interface)
+{
     if (interface >= model_.interfaces.size()) {
         return ENOENT;
     }
@@ -139,7 +151,8 @@ int UsbDevice::claim(UsbClient& client, unsigned interface) {
     return 0;
 }
 
-int UsbDevice::release(UsbClient& client, unsigned interface) {
+int UsbDevice::release(UsbClient& client, unsigned interface)
+{
     if (const int error = carryOut(FaultEvent::Release)) {
         return error;
     }
@@ -152,7 +165,8 @@ int UsbDevice::release(UsbClient& client, unsigned interface) {
     return 0;
 }
 
-int UsbDevice::detachDriver(unsigned interface) {
+int UsbDevice::detachDriver(unsigned interface)
+{
     if (interface >= model_.interfaces.size()) {
         return EINVAL;
     }
@@ -166,7 +180,8 @@ int UsbDevice::detachDriver(unsigned interface) {
     return 0;
 }
 
-int UsbDevice::setConfiguration(unsigned value) {
+int UsbDevice::setConfiguration(unsigned value)
+{
     if (const int error = carryOut(FaultEvent::SetConfiguration)) {
         return error;
     }
@@ -181,18 +196,21 @@ int UsbDevice::setConfiguration(unsigned value) {
     return 0;
 }
 
-int UsbDevice::clearHalt(std::uint8_t endpoint) {
+int UsbDevice::clearHalt(std::uint8_t endpoint)
+{
     halted_.erase(endpoint);
     return interfaceOf(endpoint) ? 0 : EINVAL;
 }
 
-int UsbDevice::reset() {
+int UsbDevice::reset()
+{
     halted_.clear();
     scanner_.reset();
     return 0;
 }
 
-int UsbDevice::string(std::uint8_t index, Bytes& answer) {
+int UsbDevice::string(std::uint8_t index, Bytes& answer)
+{
     if (index == 0) {
         answer = languageDescriptor();
         return 0;
@@ -208,7 +226,8 @@ int UsbDevice::string(std::uint8_t index, Bytes& answer) {
     return 0;
 }
 
-int UsbDevice::control(const ControlRequest& request, Bytes& answer) {
+int UsbDevice::control(const ControlRequest& request, Bytes& answer)
+{
     if (request.requestType != 0x80) {
         return EPIPE;
     }
@@ -221,20 +240,21 @@ int UsbDevice::control(const ControlRequest& request, Bytes& answer) {
     }
     const Bytes all = descriptors();
     switch (request.value >> 8) {
-        case kDeviceDescriptorType:
-            answer.assign(all.begin(), all.begin() + kDeviceDescriptorSize);
-            return 0;
-        case kConfigurationDescriptorType:
-            answer.assign(all.begin() + kDeviceDescriptorSize, all.end());
-            return 0;
-        case kStringDescriptorType:
-            return string(static_cast<std::uint8_t>(request.value & 0xFF), answer);
-        default:
-            return EPIPE;
+    case kDeviceDescriptorType:
+        answer.assign(all.begin(), all.begin() + kDeviceDescriptorSize);
+        return 0;
+    case kConfigurationDescriptorType:
+        answer.assign(all.begin() + kDeviceDescriptorSize, all.end());
+        return 0;
+    case kStringDescriptorType:
+        return string(static_cast<std::uint8_t>(request.value & 0xFF), answer);
+    default:
+        return EPIPE;
     }
 }
 
-std::optional<unsigned> UsbDevice::interfaceOf(std::uint8_t endpoint) const {
+std::optional<unsigned> UsbDevice::interfaceOf(std::uint8_t endpoint) const
+{
     for (std::size_t i = 0; i < model_.interfaces.size(); ++i) {
         const Bytes& endpoints = model_.interfaces[i].endpoints;
         if (std::find(endpoints.begin(), endpoints.end(), endpoint) != endpoints.end()) {
@@ -245,18 +265,21 @@ std::optional<unsigned> UsbDevice::interfaceOf(std::uint8_t endpoint) const {
 }
 
 // The last endpoint of each direction is the one that the scanner listens and speaks on.
-std::uint8_t UsbDevice::scannerEndpoint(bool in) const {
+std::uint8_t UsbDevice::scannerEndpoint(bool in) const
+{
     const Bytes& endpoints = model_.interfaces[model_.scannerInterface].endpoints;
     return *std::find_if(endpoints.rbegin(), endpoints.rend(),
                          [in](std::uint8_t endpoint) { return isIn(endpoint) == in; });
 }
 
 // As the kernel does, lets a transfer on an unclaimed interface claim it, but not in silence.
-int UsbDevice::checkInterface(UsbClient& client, unsigned interface) {
+int UsbDevice::checkInterface(UsbClient& client, unsigned interface)
+{
     if (client.claims.count(interface) > 0) {
         return 0;
     }
-    journal_.complain("a transfer on interface " + std::to_string(interface) + ", which is not claimed");
+    journal_.complain("a transfer on interface " + std::to_string(interface) +
+                      ", which is not claimed");
     if (hasDriver_ || isClaimedByOther(client, interface)) {
         return EBUSY;
     }
@@ -264,7 +287,8 @@ int UsbDevice::checkInterface(UsbClient& client, unsigned interface) {
     return 0;
 }
 
-int UsbDevice::submit(UsbClient& client, Urb urb) {
+int UsbDevice::submit(UsbClient& client, Urb urb)
+{
     const std::optional<unsigned> interface = interfaceOf(urb.endpoint);
     if (!interface) {
         return ENOENT;
@@ -275,7 +299,8 @@ int UsbDevice::submit(UsbClient& client, Urb urb) {
     if (isHalted(urb.endpoint)) {
         complete(client, std::move(urb), -EPIPE);
     } else if (urb.endpoint != scannerEndpoint(isIn(urb.endpoint))) {
-        journal_.complain("a transfer on endpoint " + std::to_string(urb.endpoint) + ", where no scanner is");
+        journal_.complain("a transfer on endpoint " + std::to_string(urb.endpoint) +
+                          ", where no scanner is");
         client.pending.push_back(std::move(urb));
     } else if (isIn(urb.endpoint)) {
         client.pending.push_back(std::move(urb));
@@ -287,12 +312,14 @@ int UsbDevice::submit(UsbClient& client, Urb urb) {
     return 0;
 }
 
-void UsbDevice::complete(UsbClient& client, Urb urb, int status) {
+void UsbDevice::complete(UsbClient& client, Urb urb, int status)
+{
     urb.status = status;
     client.completed.push_back(std::move(urb));
 }
 
-void UsbDevice::write(UsbClient& client, Urb urb) {
+void UsbDevice::write(UsbClient& client, Urb urb)
+{
     const TransferResult result = scanner_.write(urb.data);
     if (result == TransferResult::Done) {
         urb.actual = urb.data.size();
@@ -307,7 +334,8 @@ void UsbDevice::write(UsbClient& client, Urb urb) {
 }
 
 // The device goes away in the middle of a transfer; those that wait fail.
-void UsbDevice::vanish(TransferResult result) {
+void UsbDevice::vanish(TransferResult result)
+{
     if (result == TransferResult::Unplug || result == TransferResult::Replug) {
         unplug();
     }
@@ -316,7 +344,8 @@ void UsbDevice::vanish(TransferResult result) {
     }
 }
 
-void UsbDevice::pump() {
+void UsbDevice::pump()
+{
     const std::set<UsbClient*> clients = clients_;
     for (UsbClient* client : clients) {
         while (isPlugged_ && !client->isGone && read(*client)) {
@@ -325,10 +354,12 @@ void UsbDevice::pump() {
 }
 
 // Serves the client's oldest waiting IN transfer; false if there is none, or nothing for it.
-bool UsbDevice::read(UsbClient& client) {
+bool UsbDevice::read(UsbClient& client)
+{
     const std::uint8_t endpoint = scannerEndpoint(true);
-    const auto waiting = std::find_if(client.pending.begin(), client.pending.end(),
-                                      [endpoint](const Urb& urb) { return urb.endpoint == endpoint; });
+    const auto waiting =
+        std::find_if(client.pending.begin(), client.pending.end(),
+                     [endpoint](const Urb& urb) { return urb.endpoint == endpoint; });
     if (waiting == client.pending.end()) {
         return false;
     }
@@ -350,7 +381,8 @@ bool UsbDevice::read(UsbClient& client) {
     return result == TransferResult::Done;
 }
 
-int UsbDevice::discard(UsbClient& client, std::uint64_t tag) {
+int UsbDevice::discard(UsbClient& client, std::uint64_t tag)
+{
     const auto found = std::find_if(client.pending.begin(), client.pending.end(),
                                     [tag](const Urb& urb) { return urb.tag == tag; });
     if (found == client.pending.end()) {

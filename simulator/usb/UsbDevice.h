@@ -20,8 +20,8 @@ struct Urb {
     std::int32_t pid = 0;
     std::uint8_t endpoint = 0;
     std::size_t length = 0;
-    Bytes data;          // OUT: what is sent; IN, when completed: what came
-    int status = 0;      // when completed: 0 or a negative errno
+    Bytes data;      // OUT: what is sent; IN, when completed: what came
+    int status = 0;  // when completed: 0 or a negative errno
     std::size_t actual = 0;
 };
 

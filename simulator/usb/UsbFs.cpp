@@ -24,23 +24,27 @@ constexpr fuse_ino_t kFirstDevice = 16;  // inode of device file number 0
 constexpr unsigned kMaxTransfer = 1 << 20;
 constexpr const char* kBusName = "001";
 
-std::string fileName(unsigned number) {
+std::string fileName(unsigned number)
+{
     char name[16];
     std::snprintf(name, sizeof name, "%03u", number);
     return name;
 }
 
-pid_t pidOf(fuse_req_t request) {
+pid_t pidOf(fuse_req_t request)
+{
     return fuse_req_ctx(request)->pid;
 }
 
 // The argument of an ioctl, read from the program's memory.
 template <class Value>
-bool fetch(fuse_req_t request, std::uint64_t address, Value& value) {
+bool fetch(fuse_req_t request, std::uint64_t address, Value& value)
+{
     return readMemory(pidOf(request), address, &value, sizeof value);
 }
 
-bool isReap(unsigned command) {
+bool isReap(unsigned command)
+{
     return command == USBDEVFS_REAPURB || command == USBDEVFS_REAPURBNDELAY;
 }
 
@@ -48,7 +52,8 @@ bool isReap(unsigned command) {
 
 UsbFs::UsbFs(std::vector<UsbDevice*> devices) : devices_(std::move(devices)) {}
 
-UsbFs::~UsbFs() {
+UsbFs::~UsbFs()
+{
     while (!files_.empty()) {
         release(files_.front());
     }
@@ -58,7 +63,8 @@ UsbFs::~UsbFs() {
     std::free(buffer_.mem);
 }
 
-void UsbFs::serve(int fuseFd) {
+void UsbFs::serve(int fuseFd)
+{
     fuse_lowlevel_ops operations{};
     operations.lookup = onLookup;
     operations.getattr = onGetAttr;
@@ -79,11 +85,13 @@ void UsbFs::serve(int fuseFd) {
     }
 }
 
-int UsbFs::fd() const {
+int UsbFs::fd() const
+{
     return fuse_session_fd(session_);
 }
 
-bool UsbFs::handleRequest() {
+bool UsbFs::handleRequest()
+{
     const int size = fuse_session_receive_buf(session_, &buffer_);
     if (size > 0) {
         fuse_session_process_buf(session_, &buffer_);
@@ -91,22 +99,27 @@ bool UsbFs::handleRequest() {
     return (size > 0 || size == -EINTR || size == -EAGAIN) && fuse_session_exited(session_) == 0;
 }
 
-UsbFs& UsbFs::self(fuse_req_t request) {
+UsbFs& UsbFs::self(fuse_req_t request)
+{
     return *static_cast<UsbFs*>(fuse_req_userdata(request));
 }
 
-UsbFs::OpenFile& UsbFs::fileOf(const fuse_file_info* info) {
+UsbFs::OpenFile& UsbFs::fileOf(const fuse_file_info* info)
+{
     return *reinterpret_cast<OpenFile*>(static_cast<std::uintptr_t>(info->fh));
 }
 
-UsbDevice* UsbFs::deviceOf(fuse_ino_t inode) const {
-    const auto found = std::find_if(devices_.begin(), devices_.end(), [inode](const UsbDevice* device) {
-        return device->isPlugged() && device->number() + kFirstDevice == inode;
-    });
+UsbDevice* UsbFs::deviceOf(fuse_ino_t inode) const
+{
+    const auto found =
+        std::find_if(devices_.begin(), devices_.end(), [inode](const UsbDevice* device) {
+            return device->isPlugged() && device->number() + kFirstDevice == inode;
+        });
     return found == devices_.end() ? nullptr : *found;
 }
 
-bool UsbFs::attributes(fuse_ino_t inode, struct stat& st) const {
+bool UsbFs::attributes(fuse_ino_t inode, struct stat& st) const
+{
     st = {};
     st.st_ino = inode;
     st.st_uid = geteuid();
@@ -126,7 +139,8 @@ bool UsbFs::attributes(fuse_ino_t inode, struct stat& st) const {
     return true;
 }
 
-std::vector<std::pair<std::string, fuse_ino_t>> UsbFs::entries(fuse_ino_t folder) const {
+std::vector<std::pair<std::string, fuse_ino_t>> UsbFs::entries(fuse_ino_t folder) const
+{
     std::vector<std::pair<std::string, fuse_ino_t>> result = {{".", folder}, {"..", kRoot}};
     if (folder == kRoot) {
         result.emplace_back(kBusName, kBus);
@@ -140,7 +154,8 @@ std::vector<std::pair<std::string, fuse_ino_t>> UsbFs::entries(fuse_ino_t folder
     return result;
 }
 
-void UsbFs::onLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
+void UsbFs::onLookup(fuse_req_t request, fuse_ino_t parent, const char* name)
+{
     for (const auto& [entryName, inode] : self(request).entries(parent)) {
         fuse_entry_param entry{};
         if (entryName == name && self(request).attributes(inode, entry.attr)) {
@@ -152,7 +167,8 @@ void UsbFs::onLookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
     fuse_reply_err(request, ENOENT);
 }
 
-void UsbFs::onGetAttr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
+void UsbFs::onGetAttr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*)
+{
     struct stat st;
     if (self(request).attributes(inode, st)) {
         fuse_reply_attr(request, &st, 0);
@@ -161,15 +177,18 @@ void UsbFs::onGetAttr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
     }
 }
 
-void UsbFs::onReadDir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info*) {
+void UsbFs::onReadDir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset,
+                      fuse_file_info*)
+{
     const auto all = self(request).entries(inode);
     std::vector<char> buffer(size);
     std::size_t used = 0;
     for (std::size_t i = static_cast<std::size_t>(offset); i < all.size(); ++i) {
         struct stat st {};
         st.st_ino = all[i].second;
-        const std::size_t needed = fuse_add_direntry(request, buffer.data() + used, size - used,
-                                                     all[i].first.c_str(), &st, static_cast<off_t>(i + 1));
+        const std::size_t needed =
+            fuse_add_direntry(request, buffer.data() + used, size - used, all[i].first.c_str(), &st,
+                              static_cast<off_t>(i + 1));
         if (needed > size - used) {
             break;
         }
@@ -178,7 +197,8 @@ void UsbFs::onReadDir(fuse_req_t request, fuse_ino_t inode, std::size_t size, of
     fuse_reply_buf(request, buffer.data(), used);
 }
 
-void UsbFs::onOpen(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
+void UsbFs::onOpen(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info)
+{
     UsbFs& fs = self(request);
     UsbDevice* device = fs.deviceOf(inode);
     if (device == nullptr) {
@@ -198,7 +218,9 @@ void UsbFs::onOpen(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info) {
     fuse_reply_open(request, info);
 }
 
-void UsbFs::onRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* info) {
+void UsbFs::onRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset,
+                   fuse_file_info* info)
+{
     const OpenFile& file = fileOf(info);
     if (file.client.isGone) {
         fuse_reply_err(request, ENODEV);
@@ -206,17 +228,20 @@ void UsbFs::onRead(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offse
     }
     const Bytes all = file.device->descriptors();
     const std::size_t from = std::min(static_cast<std::size_t>(offset), all.size());
-    fuse_reply_buf(request, reinterpret_cast<const char*>(all.data() + from), std::min(size, all.size() - from));
+    fuse_reply_buf(request, reinterpret_cast<const char*>(all.data() + from),
+                   std::min(size, all.size() - from));
 }
 
-void UsbFs::onRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
+void UsbFs::onRelease(fuse_req_t request, fuse_ino_t, fuse_file_info* info)
+{
     UsbFs& fs = self(request);
     fs.release(fileOf(info));
     fuse_reply_err(request, 0);
     fs.devicesChanged();
 }
 
-void UsbFs::release(OpenFile& file) {
+void UsbFs::release(OpenFile& file)
+{
     file.device->close(file.client);
     if (file.poll != nullptr) {
         fuse_pollhandle_destroy(file.poll);
@@ -227,7 +252,8 @@ void UsbFs::release(OpenFile& file) {
     files_.remove_if([&file](const OpenFile& other) { return &other == &file; });
 }
 
-void UsbFs::onPoll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* handle) {
+void UsbFs::onPoll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_pollhandle* handle)
+{
     OpenFile& file = fileOf(info);
     if (handle != nullptr) {
         if (file.poll != nullptr) {
@@ -242,8 +268,9 @@ void UsbFs::onPoll(fuse_req_t request, fuse_ino_t, fuse_file_info* info, fuse_po
     fuse_reply_poll(request, events);
 }
 
-void UsbFs::onIoctl(fuse_req_t request, fuse_ino_t, unsigned command, void* argument, fuse_file_info* info,
-                    unsigned, const void*, std::size_t, std::size_t) {
+void UsbFs::onIoctl(fuse_req_t request, fuse_ino_t, unsigned command, void* argument,
+                    fuse_file_info* info, unsigned, const void*, std::size_t, std::size_t)
+{
     UsbFs& fs = self(request);
     OpenFile& file = fileOf(info);
     bool isAnswered = false;
@@ -258,7 +285,8 @@ void UsbFs::onIoctl(fuse_req_t request, fuse_ino_t, unsigned command, void* argu
 }
 
 int UsbFs::ioctl(fuse_req_t request, OpenFile& file, unsigned command, std::uint64_t argument,
-                 bool& isAnswered) {
+                 bool& isAnswered)
+{
     if (!file.isWritable) {
         return EPERM;
     }
@@ -271,53 +299,57 @@ int UsbFs::ioctl(fuse_req_t request, OpenFile& file, unsigned command, std::uint
     }
     unsigned number = 0;
     switch (command) {
-        case USBDEVFS_SUBMITURB:
-            return submit(request, file, argument);
-        case USBDEVFS_REAPURBNDELAY:
-            return EAGAIN;
-        case USBDEVFS_REAPURB:
-            file.waitingReap = request;
-            file.waitingReapArgument = argument;
-            isAnswered = true;
-            return 0;
-        case USBDEVFS_DISCARDURB:
-            return file.device->discard(file.client, argument);
-        case USBDEVFS_CONTROL:
-            return control(request, file, argument, isAnswered);
-        case USBDEVFS_CONNECTINFO:
-            return connectInfo(request, file, argument);
-        case USBDEVFS_IOCTL:
-            return driverIoctl(request, file, argument);
-        case USBDEVFS_RESET:
-            return file.device->reset();
-        case USBDEVFS_CLAIMINTERFACE:
-            return fetch(request, argument, number) ? file.device->claim(file.client, number) : EFAULT;
-        case USBDEVFS_RELEASEINTERFACE:
-            return fetch(request, argument, number) ? file.device->release(file.client, number) : EFAULT;
-        case USBDEVFS_SETCONFIGURATION:
-            return fetch(request, argument, number) ? file.device->setConfiguration(number) : EFAULT;
-        case USBDEVFS_CLEAR_HALT:
-        case USBDEVFS_RESETEP:
-            return fetch(request, argument, number)
-                       ? file.device->clearHalt(static_cast<std::uint8_t>(number & 0xFF))
-                       : EFAULT;
-        default:
-            return ENOTTY;
+    case USBDEVFS_SUBMITURB:
+        return submit(request, file, argument);
+    case USBDEVFS_REAPURBNDELAY:
+        return EAGAIN;
+    case USBDEVFS_REAPURB:
+        file.waitingReap = request;
+        file.waitingReapArgument = argument;
+        isAnswered = true;
+        return 0;
+    case USBDEVFS_DISCARDURB:
+        return file.device->discard(file.client, argument);
+    case USBDEVFS_CONTROL:
+        return control(request, file, argument, isAnswered);
+    case USBDEVFS_CONNECTINFO:
+        return connectInfo(request, file, argument);
+    case USBDEVFS_IOCTL:
+        return driverIoctl(request, file, argument);
+    case USBDEVFS_RESET:
+        return file.device->reset();
+    case USBDEVFS_CLAIMINTERFACE:
+        return fetch(request, argument, number) ? file.device->claim(file.client, number) : EFAULT;
+    case USBDEVFS_RELEASEINTERFACE:
+        return fetch(request, argument, number) ? file.device->release(file.client, number)
+                                                : EFAULT;
+    case USBDEVFS_SETCONFIGURATION:
+        return fetch(request, argument, number) ? file.device->setConfiguration(number) : EFAULT;
+    case USBDEVFS_CLEAR_HALT:
+    case USBDEVFS_RESETEP:
+        return fetch(request, argument, number)
+                   ? file.device->clearHalt(static_cast<std::uint8_t>(number & 0xFF))
+                   : EFAULT;
+    default:
+        return ENOTTY;
     }
 }
 
-int UsbFs::control(fuse_req_t request, OpenFile& file, std::uint64_t argument, bool& isAnswered) {
+int UsbFs::control(fuse_req_t request, OpenFile& file, std::uint64_t argument, bool& isAnswered)
+{
     usbdevfs_ctrltransfer transfer;
     if (!fetch(request, argument, transfer)) {
         return EFAULT;
     }
     Bytes answer;
-    const ControlRequest what = {transfer.bRequestType, transfer.bRequest, transfer.wValue, transfer.wLength};
+    const ControlRequest what = {transfer.bRequestType, transfer.bRequest, transfer.wValue,
+                                 transfer.wLength};
     if (const int error = file.device->control(what, answer)) {
         return error;
     }
     const std::size_t size = std::min<std::size_t>(answer.size(), transfer.wLength);
-    if (!writeMemory(pidOf(request), reinterpret_cast<std::uintptr_t>(transfer.data), answer.data(), size)) {
+    if (!writeMemory(pidOf(request), reinterpret_cast<std::uintptr_t>(transfer.data), answer.data(),
+                     size)) {
         return EFAULT;
     }
     fuse_reply_ioctl(request, static_cast<int>(size), nullptr, 0);
@@ -325,12 +357,14 @@ int UsbFs::control(fuse_req_t request, OpenFile& file, std::uint64_t argument, b
     return 0;
 }
 
-int UsbFs::connectInfo(fuse_req_t request, const OpenFile& file, std::uint64_t argument) {
+int UsbFs::connectInfo(fuse_req_t request, const OpenFile& file, std::uint64_t argument)
+{
     const usbdevfs_connectinfo info = {file.device->number(), 0};
     return writeMemory(pidOf(request), argument, &info, sizeof info) ? 0 : EFAULT;
 }
 
-int UsbFs::driverIoctl(fuse_req_t request, OpenFile& file, std::uint64_t argument) {
+int UsbFs::driverIoctl(fuse_req_t request, OpenFile& file, std::uint64_t argument)
+{
     usbdevfs_ioctl inner;
     if (!fetch(request, argument, inner)) {
         return EFAULT;
@@ -340,13 +374,16 @@ int UsbFs::driverIoctl(fuse_req_t request, OpenFile& file, std::uint64_t argumen
                : ENOTTY;
 }
 
-int UsbFs::submit(fuse_req_t request, OpenFile& file, std::uint64_t argument) {
+int UsbFs::submit(fuse_req_t request, OpenFile& file, std::uint64_t argument)
+{
     usbdevfs_urb wanted;
     if (!fetch(request, argument, wanted)) {
         return EFAULT;
     }
-    const bool isBulk = wanted.type == USBDEVFS_URB_TYPE_BULK || wanted.type == USBDEVFS_URB_TYPE_INTERRUPT;
-    if (!isBulk || wanted.buffer_length < 0 || wanted.buffer_length > static_cast<int>(kMaxTransfer)) {
+    const bool isBulk =
+        wanted.type == USBDEVFS_URB_TYPE_BULK || wanted.type == USBDEVFS_URB_TYPE_INTERRUPT;
+    if (!isBulk || wanted.buffer_length < 0 ||
+        wanted.buffer_length > static_cast<int>(kMaxTransfer)) {
         return EINVAL;
     }
     Urb urb;
@@ -365,14 +402,17 @@ int UsbFs::submit(fuse_req_t request, OpenFile& file, std::uint64_t argument) {
 }
 
 // Hands the oldest finished transfer back: its data, its results, and which one it is.
-int UsbFs::reap(pid_t pid, OpenFile& file, std::uint64_t argument) {
+int UsbFs::reap(pid_t pid, OpenFile& file, std::uint64_t argument)
+{
     Urb urb = std::move(file.client.completed.front());
     file.client.completed.pop_front();
     const bool isIn = (urb.endpoint & 0x80) != 0;
     const std::size_t dataSize = isIn ? urb.actual : 0;
     int actual = static_cast<int>(urb.actual);
     void* tag = reinterpret_cast<void*>(static_cast<std::uintptr_t>(urb.tag));
-    const auto at = [](std::uint64_t address) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(address)); };
+    const auto at = [](std::uint64_t address) {
+        return reinterpret_cast<void*>(static_cast<std::uintptr_t>(address));
+    };
     const iovec local[] = {{&urb.status, sizeof urb.status},
                            {&actual, sizeof actual},
                            {&tag, sizeof tag},
@@ -384,7 +424,8 @@ int UsbFs::reap(pid_t pid, OpenFile& file, std::uint64_t argument) {
     return writeMemory(pid, local, remote, dataSize > 0 ? 4 : 3) ? 0 : EFAULT;
 }
 
-void UsbFs::devicesChanged() {
+void UsbFs::devicesChanged()
+{
     for (UsbDevice* device : devices_) {
         if (device->isPlugged()) {
             device->pump();
@@ -396,7 +437,8 @@ void UsbFs::devicesChanged() {
 }
 
 // Tells a program that waits on its device file that there is something to fetch.
-void UsbFs::wake(OpenFile& file) {
+void UsbFs::wake(OpenFile& file)
+{
     if (file.client.completed.empty() && !file.client.isGone) {
         return;
     }
@@ -410,9 +452,11 @@ void UsbFs::wake(OpenFile& file) {
     }
 }
 
-void UsbFs::answerReap(OpenFile& file) {
-    const int error =
-        file.client.completed.empty() ? ENODEV : reap(pidOf(file.waitingReap), file, file.waitingReapArgument);
+void UsbFs::answerReap(OpenFile& file)
+{
+    const int error = file.client.completed.empty()
+                          ? ENODEV
+                          : reap(pidOf(file.waitingReap), file, file.waitingReapArgument);
     if (error == 0) {
         fuse_reply_ioctl(file.waitingReap, 0, nullptr, 0);
     } else {

@@ -52,9 +52,11 @@ private:
     static void onReadDir(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset,
                           fuse_file_info* info);
     static void onOpen(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info);
-    static void onRead(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info* info);
+    static void onRead(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset,
+                       fuse_file_info* info);
     static void onRelease(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info);
-    static void onPoll(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info, fuse_pollhandle* handle);
+    static void onPoll(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info,
+                       fuse_pollhandle* handle);
     static void onIoctl(fuse_req_t request, fuse_ino_t inode, unsigned command, void* argument,
                         fuse_file_info* info, unsigned flags, const void* in, std::size_t inSize,
                         std::size_t outSize);
@@ -64,7 +66,8 @@ private:
     std::vector<std::pair<std::string, fuse_ino_t>> entries(fuse_ino_t folder) const;
     void release(OpenFile& file);
 
-    int ioctl(fuse_req_t request, OpenFile& file, unsigned command, std::uint64_t argument, bool& isAnswered);
+    int ioctl(fuse_req_t request, OpenFile& file, unsigned command, std::uint64_t argument,
+              bool& isAnswered);
     int control(fuse_req_t request, OpenFile& file, std::uint64_t argument, bool& isAnswered);
     int submit(fuse_req_t request, OpenFile& file, std::uint64_t argument);
     int reap(pid_t pid, OpenFile& file, std::uint64_t argument);

@@ -50,7 +50,10 @@ std::vector<Result> collect(Get get)
     return result;
 }
 
-bool startsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+bool startsWith(const std::string& text, const char* prefix)
+{
+    return text.rfind(prefix, 0) == 0;
+}
 
 }  // namespace
 
@@ -75,7 +78,10 @@ void syslog(int priority, const char* format, ...)
     va_end(args);
 }
 
-void vsyslog(int priority, const char* format, va_list args) { keep(priority, format, args); }
+void vsyslog(int priority, const char* format, va_list args)
+{
+    keep(priority, format, args);
+}
 
 void __syslog_chk(int priority, int, const char* format, ...)
 {

@@ -21,7 +21,7 @@ static long long faster(clockid_t clock)
     return origin[clock & 15] + (now - origin[clock & 15]) * SPEED;
 }
 
-int clock_gettime(clockid_t clock, struct timespec *time)
+int clock_gettime(clockid_t clock, struct timespec* time)
 {
     long long now = faster(clock);
     time->tv_sec = now / NANOSECONDS;
@@ -29,7 +29,7 @@ int clock_gettime(clockid_t clock, struct timespec *time)
     return 0;
 }
 
-int gettimeofday(struct timeval *time, void *zone)
+int gettimeofday(struct timeval* time, void* zone)
 {
     long long now = faster(CLOCK_REALTIME);
     (void)zone;

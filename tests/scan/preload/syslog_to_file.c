@@ -3,10 +3,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-static void append(const char *format, va_list arguments)
+static void append(const char* format, va_list arguments)
 {
-    const char *path = getenv("SYSLOG_FILE");
-    FILE *file = path ? fopen(path, "ae") : NULL;
+    const char* path = getenv("SYSLOG_FILE");
+    FILE* file = path ? fopen(path, "ae") : NULL;
     if (file) {
         vfprintf(file, format, arguments);
         fputc('\n', file);
@@ -14,13 +14,13 @@ static void append(const char *format, va_list arguments)
     }
 }
 
-void vsyslog(int priority, const char *format, va_list arguments)
+void vsyslog(int priority, const char* format, va_list arguments)
 {
     (void)priority;
     append(format, arguments);
 }
 
-void syslog(int priority, const char *format, ...)
+void syslog(int priority, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
@@ -28,13 +28,13 @@ void syslog(int priority, const char *format, ...)
     va_end(arguments);
 }
 
-void __vsyslog_chk(int priority, int flag, const char *format, va_list arguments)
+void __vsyslog_chk(int priority, int flag, const char* format, va_list arguments)
 {
     (void)flag;
     vsyslog(priority, format, arguments);
 }
 
-void __syslog_chk(int priority, int flag, const char *format, ...)
+void __syslog_chk(int priority, int flag, const char* format, ...)
 {
     va_list arguments;
     (void)flag;

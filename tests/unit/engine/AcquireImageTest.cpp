@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::Each;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::TestWithParam;
 
@@ -66,11 +66,11 @@ std::deque<Step> stepsOf(const Bytes& data, std::size_t blockSize)
 
 struct Need {
     const char* name;
-    bool hasChain;               // only whole lines are handed on then
-    int block;                   // bytes in each read from the device
-    std::vector<int> sizes;      // of the caller's reads
-    std::vector<int> reads;      // from the device, for each
-    std::vector<int> lengths;    // that the caller gets
+    bool hasChain;             // only whole lines are handed on then
+    int block;                 // bytes in each read from the device
+    std::vector<int> sizes;    // of the caller's reads
+    std::vector<int> reads;    // from the device, for each
+    std::vector<int> lengths;  // that the caller gets
     friend void PrintTo(const Need& c, std::ostream* out) { *out << c.name; }
 };
 
@@ -177,14 +177,12 @@ TEST_P(ResultTest, EndsTheFrame)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Codes, ResultTest,
-                         testing::Values(Result{"End", 1, 5, true, true},
-                                         Result{"NoMemory", 2, 10, true, true},
-                                         Result{"Stopped", 3, 2, true, true},
-                                         Result{"Cancelled", 4, 2, true, true},
-                                         Result{"Jam", 5, 6, true, true},
-                                         Result{"Failure", 15, 9, false, false}),
-                         kByName);
+INSTANTIATE_TEST_SUITE_P(
+    Codes, ResultTest,
+    testing::Values(Result{"End", 1, 5, true, true}, Result{"NoMemory", 2, 10, true, true},
+                    Result{"Stopped", 3, 2, true, true}, Result{"Cancelled", 4, 2, true, true},
+                    Result{"Jam", 5, 6, true, true}, Result{"Failure", 15, 9, false, false}),
+    kByName);
 
 TEST(AcquireImageTest, AnyOtherResultIsData)
 {
@@ -291,8 +289,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Cuts, WholePageTest,
                          testing::Combine(testing::Values(1, 3, 10, 29, 30, 31, 1000),
-                                          testing::Values(1, 7, 10, 33, 4096),
-                                          testing::Bool()));
+                                          testing::Values(1, 7, 10, 33, 4096), testing::Bool()));
 
 TEST_P(WholePageTest, Grey)
 {
@@ -416,11 +413,10 @@ TEST_P(MarkerTest, IsLeft)
     const EmptyFolder folder("/tmp");
     TestEngine engine;
     engine.startFrame();
-    engine.transport->steps = {{9, GetParam().bytes,
-                                [](ImageData* image) {
-                                    image->RecordAttributes(GetParam().width, GetParam().height);
-                                }},
-                               {1}};
+    engine.transport->steps = {
+        {9, GetParam().bytes,
+         [](ImageData* image) { image->RecordAttributes(GetParam().width, GetParam().height); }},
+        {1}};
     if (GetParam().value != nullptr) {
         setenv("SCAN_DEVICE_WITH_EDITS", GetParam().value, 1);
     }
@@ -431,15 +427,14 @@ TEST_P(MarkerTest, IsLeft)
     EXPECT_EQ(log.contains("Checking SCAN_DEVICE_WITH_EDITS"), GetParam().isChecked);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Switch, MarkerTest,
-    testing::Values(Marker{"WidthDiffers", "1", 9, 10, ramp(10), true},
-                    Marker{"HeightDiffers", "1", 10, 11, ramp(10), true},
-                    Marker{"Same", "1", 10, 10, ramp(10), false, false},
-                    Marker{"NoBytes", "1", 9, 10, {}, false, false},
-                    Marker{"NotSet", nullptr, 9, 10, ramp(10), false},
-                    Marker{"Off", "0", 9, 10, ramp(10), false},
-                    Marker{"NotExactly", "11", 9, 10, ramp(10), false}),
-    kByName);
+INSTANTIATE_TEST_SUITE_P(Switch, MarkerTest,
+                         testing::Values(Marker{"WidthDiffers", "1", 9, 10, ramp(10), true},
+                                         Marker{"HeightDiffers", "1", 10, 11, ramp(10), true},
+                                         Marker{"Same", "1", 10, 10, ramp(10), false, false},
+                                         Marker{"NoBytes", "1", 9, 10, {}, false, false},
+                                         Marker{"NotSet", nullptr, 9, 10, ramp(10), false},
+                                         Marker{"Off", "0", 9, 10, ramp(10), false},
+                                         Marker{"NotExactly", "11", 9, 10, ramp(10), false}),
+                         kByName);
 
 }  // namespace

@@ -44,8 +44,8 @@ TEST_F(DeviceTest, Lists)
     second.file = "003";
     usb.add(second);
     LogCapture log;
-    EXPECT_THAT(list(3, 0), ElementsAre("Quillon/Flatbed/libusb:001:002",
-                                        "Quillon/Flatbed/libusb:001:003"));
+    EXPECT_THAT(list(3, 0),
+                ElementsAre("Quillon/Flatbed/libusb:001:002", "Quillon/Flatbed/libusb:001:003"));
     for (const char* line :
          {"getScanners form device", "creating network comm to find scanners",
           "total scanners is 2 , net is 0 , usb is 2", "entry #0: Quillon/Flatbed/libusb:001:002",
@@ -117,8 +117,7 @@ TEST_F(DeviceTest, CreatesTheUsbTransport)
     EXPECT_EQ(comm->openDevice(), 0);
     EXPECT_EQ(comm->getVid(), 0x1234);
     EXPECT_EQ(comm->closeDevice(), 0);
-    EXPECT_THAT(log.plainMessages(),
-                Contains("selected device is Quillon/Flatbed/libusb:001:002"));
+    EXPECT_THAT(log.plainMessages(), Contains("selected device is Quillon/Flatbed/libusb:001:002"));
     EXPECT_THAT(log.plainMessages(), Contains("created iocomm instance"));
 }
 

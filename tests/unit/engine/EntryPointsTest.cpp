@@ -383,7 +383,10 @@ TEST_F(HandleTest, CloseEndsTheJob)
 // The ways in which a cancel can arrive while an operation runs.
 SANE_Handle interruptedHandle = nullptr;
 
-void cancelOnSignal(int) { sane_ScanLib_cancel(interruptedHandle); }
+void cancelOnSignal(int)
+{
+    sane_ScanLib_cancel(interruptedHandle);
+}
 
 struct Arrival {
     const char* name;

@@ -29,7 +29,10 @@ namespace {
 constexpr char kName[] = "Quillon/Flatbed/libusb:001:002";
 using Calls = std::vector<std::string>;
 
-std::string blanks(std::size_t count) { return std::string(count, ' '); }
+std::string blanks(std::size_t count)
+{
+    return std::string(count, ' ');
+}
 
 // ---- listing ----------------------------------------------------------------
 
@@ -111,9 +114,9 @@ TEST(IOCommListTest, FollowsTheBusses)
     FakeDevice third;
     third.bus = "002";
     third.file = "001";
-    EXPECT_THAT(listScanners({FakeDevice(), second, third}),
-                ElementsAre(kName, "Quillon/Flatbed/libusb:001:007",
-                            "Quillon/Flatbed/libusb:002:001"));
+    EXPECT_THAT(
+        listScanners({FakeDevice(), second, third}),
+        ElementsAre(kName, "Quillon/Flatbed/libusb:001:007", "Quillon/Flatbed/libusb:002:001"));
 }
 
 TEST(IOCommListTest, NothingAttached)
@@ -306,9 +309,8 @@ TEST_F(IOCommTest, DeviceDetached)
     comm->setDevice("Quillon/Flatbed/libusb:001:003");
     LogCapture log;
     EXPECT_EQ(comm->openDevice(), 7);
-    EXPECT_THAT(log.plainMessages(),
-                Contains(" -> unable to open selected device, device maybe" + blanks(21) +
-                         "detached"));
+    EXPECT_THAT(log.plainMessages(), Contains(" -> unable to open selected device, device maybe" +
+                                              blanks(21) + "detached"));
     EXPECT_THAT(usb.calls, IsEmpty());
     EXPECT_EQ(comm->getVid(), -1);
 }
@@ -460,8 +462,8 @@ TEST_F(IOCommTest, BusyInterfaceIsTakenFromTheKernelDriver)
     usb.fail("claim", -16);
     LogCapture log;
     EXPECT_EQ(comm->openDevice(), 0);
-    EXPECT_THAT(usb.calls, ElementsAre("open 002", "set_configuration 1", "claim 0", "detach 0",
-                                       "claim 0"));
+    EXPECT_THAT(usb.calls,
+                ElementsAre("open 002", "set_configuration 1", "claim 0", "detach 0", "claim 0"));
     EXPECT_THAT(log.plainMessages(), Contains(" -> usb interface claimed"));
     EXPECT_EQ(write({1}), 0);
 }
@@ -492,8 +494,8 @@ TEST_F(IOCommTest, DetachRefused)
     usb.fail("detach", -61);
     LogCapture log;
     EXPECT_EQ(comm->openDevice(), -61);
-    EXPECT_THAT(log.plainMessages(), Contains(" -> unable to release kernel lock" + blanks(37) +
-                                              "on usb fake error"));
+    EXPECT_THAT(log.plainMessages(),
+                Contains(" -> unable to release kernel lock" + blanks(37) + "on usb fake error"));
     EXPECT_THAT(usb.callsOf("claim"), SizeIs(1));
     EXPECT_THAT(usb.callsOf("close"), IsEmpty());
     EXPECT_EQ(write({1}), 0) << "the device stays open";
@@ -664,8 +666,8 @@ TEST_F(IOCommCommandTest, NeedsACommandObject)
     open();
     LogCapture log;
     EXPECT_EQ(comm->writeCommand(1, &response), 2);
-    EXPECT_THAT(log.plainMessages(), ElementsAre("writeCommand -> write command",
-                                                 " -> command object NULL"));
+    EXPECT_THAT(log.plainMessages(),
+                ElementsAre("writeCommand -> write command", " -> command object NULL"));
     EXPECT_THAT(usb.calls, IsEmpty());
 }
 
@@ -715,8 +717,8 @@ TEST_F(IOCommCommandTest, CommandsWithReply)
         usb.deliver(replyTo(id, 0x80, 3));
         LogCapture log;
         EXPECT_EQ(comm->writeCommand(id, &response), id);
-        EXPECT_THAT(usb.calls, ElementsAre(id == 3 || id == 4 ? "write 02 32" : "write 02 8",
-                                           "read 81 512"));
+        EXPECT_THAT(usb.calls,
+                    ElementsAre(id == 3 || id == 4 ? "write 02 32" : "write 02 8", "read 81 512"));
         EXPECT_EQ(usb.lastWritten[2], kCommandCode[id]);
         EXPECT_EQ(response.getReply(), id);
         EXPECT_EQ(response.getADFStatus(), 3);
@@ -943,9 +945,12 @@ TEST_F(IOCommImageTest, HeaderDump)
 {
     LogCapture log;
     readImage(ramp(3, 0x0E));
-    Calls expected = {" -> size is 3", " -> image data acquired",
-                      " -> <<begin of header dump>>", "  E  F 10  0  0  0  0  0  0  0",
-                      "  0  0  0  0  0  0  0  0  0  0", " -> <<end of header dump>>"};
+    Calls expected = {" -> size is 3",
+                      " -> image data acquired",
+                      " -> <<begin of header dump>>",
+                      "  E  F 10  0  0  0  0  0  0  0",
+                      "  0  0  0  0  0  0  0  0  0  0",
+                      " -> <<end of header dump>>"};
     EXPECT_THAT(expected, IsSubsetOf(log.plainMessages()));
 }
 

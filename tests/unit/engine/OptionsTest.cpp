@@ -21,11 +21,24 @@ constexpr int kParams = SANE_INFO_RELOAD_PARAMS;
 
 // The numbers of the options.
 enum {
-    COUNT, IMAGE_GROUP, RESOLUTION, MODE, SOURCE, PREVIEW,
-    SIZE_GROUP, TL_X, TL_Y, BR_X, BR_Y, MEDIA
+    COUNT,
+    IMAGE_GROUP,
+    RESOLUTION,
+    MODE,
+    SOURCE,
+    PREVIEW,
+    SIZE_GROUP,
+    TL_X,
+    TL_Y,
+    BR_X,
+    BR_Y,
+    MEDIA
 };
 
-SANE_Fixed fixed(double value) { return static_cast<SANE_Fixed>(value * 65536.0); }
+SANE_Fixed fixed(double value)
+{
+    return static_cast<SANE_Fixed>(value * 65536.0);
+}
 
 // An engine with four resolutions and a feeder, and the table that describes it.
 class OptionsTest : public testing::Test {
@@ -99,29 +112,29 @@ struct Row {
 
 const Row kRows[] = {
     {"", "Number of options",
-     "Read-only option that specifies how many options a specific devices supports.",
-     SANE_TYPE_INT, SANE_UNIT_NONE, 4, SANE_CAP_SOFT_DETECT, SANE_CONSTRAINT_NONE},
+     "Read-only option that specifies how many options a specific devices supports.", SANE_TYPE_INT,
+     SANE_UNIT_NONE, 4, SANE_CAP_SOFT_DETECT, SANE_CONSTRAINT_NONE},
     {"", "Image Settings", "", SANE_TYPE_GROUP, SANE_UNIT_NONE, 0, 0, SANE_CONSTRAINT_NONE},
-    {"resolution", "Resolution", "The resolution of the scan job in dots per inch.",
-     SANE_TYPE_INT, SANE_UNIT_DPI, 4, 5, SANE_CONSTRAINT_WORD_LIST},
+    {"resolution", "Resolution", "The resolution of the scan job in dots per inch.", SANE_TYPE_INT,
+     SANE_UNIT_DPI, 4, 5, SANE_CONSTRAINT_WORD_LIST},
     {"mode", "Color Depth", "The color depth of the scan job.", SANE_TYPE_STRING, SANE_UNIT_NONE,
      4096, 5, SANE_CONSTRAINT_STRING_LIST},
     {"source", "Scan source", "Selects the scan source (such as a document-feeder).",
      SANE_TYPE_STRING, SANE_UNIT_NONE, 4096, 5, SANE_CONSTRAINT_STRING_LIST},
     {"preview", "Preview", "Request a preview-quality scan.", SANE_TYPE_BOOL, SANE_UNIT_NONE, 4, 5,
      SANE_CONSTRAINT_NONE},
-    {"", "Custom Scan Size", "The size of the area to be scanned.", SANE_TYPE_GROUP,
-     SANE_UNIT_NONE, 0, 0, SANE_CONSTRAINT_NONE},
-    {"tl-x", "Top-left x", "Top-left x position of scan area.", SANE_TYPE_FIXED, SANE_UNIT_MM, 4,
-     5, SANE_CONSTRAINT_RANGE},
-    {"tl-y", "Top-left y", "Top-left y position of scan area.", SANE_TYPE_FIXED, SANE_UNIT_MM, 4,
-     5, SANE_CONSTRAINT_RANGE},
+    {"", "Custom Scan Size", "The size of the area to be scanned.", SANE_TYPE_GROUP, SANE_UNIT_NONE,
+     0, 0, SANE_CONSTRAINT_NONE},
+    {"tl-x", "Top-left x", "Top-left x position of scan area.", SANE_TYPE_FIXED, SANE_UNIT_MM, 4, 5,
+     SANE_CONSTRAINT_RANGE},
+    {"tl-y", "Top-left y", "Top-left y position of scan area.", SANE_TYPE_FIXED, SANE_UNIT_MM, 4, 5,
+     SANE_CONSTRAINT_RANGE},
     {"br-x", "Bottom-right x", "Bottom-right x position of scan area.", SANE_TYPE_FIXED,
      SANE_UNIT_MM, 4, 5, SANE_CONSTRAINT_RANGE},
     {"br-y", "Bottom-right y", "Bottom-right y position of scan area.", SANE_TYPE_FIXED,
      SANE_UNIT_MM, 4, 5, SANE_CONSTRAINT_RANGE},
-    {"media", "Media Size", "The size of the area to be scanned.", SANE_TYPE_STRING,
-     SANE_UNIT_NONE, 4096, 5, SANE_CONSTRAINT_STRING_LIST},
+    {"media", "Media Size", "The size of the area to be scanned.", SANE_TYPE_STRING, SANE_UNIT_NONE,
+     4096, 5, SANE_CONSTRAINT_STRING_LIST},
 };
 
 struct Medium {
@@ -351,8 +364,8 @@ TEST_F(OptionsTest, UnknownStringsAreRefused)
 {
     for (const int n : {MODE, SOURCE, MEDIA}) {
         const std::string first = option(n).constraint.string_list[0];
-        for (const std::string& text : {std::string(), first + " ", first.substr(1),
-                                        std::string(1, first[0]), "x" + first}) {
+        for (const std::string& text :
+             {std::string(), first + " ", first.substr(1), std::string(1, first[0]), "x" + first}) {
             EXPECT_EQ(set(n, text), kInvalid) << text;
             EXPECT_EQ(info, 0);
         }
@@ -512,8 +525,10 @@ TEST_F(OptionsTest, CheckValue)
     struct {
         double given, result;
         int info;
-    } const cases[] = {{9.9, 10.0, SANE_INFO_INEXACT}, {10.0, 10.0, 0},
-                       {12.4, 12.4, 0},                {20.0, 20.0, 0},
+    } const cases[] = {{9.9, 10.0, SANE_INFO_INEXACT},
+                       {10.0, 10.0, 0},
+                       {12.4, 12.4, 0},
+                       {20.0, 20.0, 0},
                        {20.1, 20.0, SANE_INFO_INEXACT}};
     for (const auto& one : cases) {
         SANE_Word value = fixed(one.given);

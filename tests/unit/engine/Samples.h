@@ -93,7 +93,12 @@ inline Bytes source(int type, int barId, const std::vector<std::pair<unsigned, u
 
 inline Bytes properties(int compression, const std::vector<Bytes>& sources)
 {
-    Bytes data = {1, 0, 0, static_cast<unsigned char>(compression), 0, 0,
+    Bytes data = {1,
+                  0,
+                  0,
+                  static_cast<unsigned char>(compression),
+                  0,
+                  0,
                   static_cast<unsigned char>(sources.size())};
     for (const Bytes& one : sources) {
         data = data + one;

@@ -159,9 +159,8 @@ TEST(EngineTest, Values)
     EXPECT_EQ(engine.GetDoubleValue("A"), 2.5);
     EXPECT_STREQ(engine.GetStringValue("A"), "text");
     EXPECT_EQ(engine.GetStringValue("B"), nullptr);
-    EXPECT_THAT(log.plainMessages(),
-                ElementsAre("key: A :: -5", "key: A", "key: A", "key: A :: -6", "key: A", "key: A",
-                            "key: A", "key: B"));
+    EXPECT_THAT(log.plainMessages(), ElementsAre("key: A :: -5", "key: A", "key: A", "key: A :: -6",
+                                                 "key: A", "key: A", "key: A", "key: B"));
 }
 
 TEST(EngineTest, ComputesValues)
@@ -249,12 +248,10 @@ INSTANTIATE_TEST_SUITE_P(
         Capabilities{"OtherTypeOnly",
                      {source(0, 8, {{1200, 1200}})},
                      {{"SCANNERTYPE", 0}, {"SCANBARID", 8}, {"RESOLUTIONS", 77}}},
-        Capabilities{"TwoFlatbeds",
-                     {kFlatbed, source(1, 5, {{1200, 1200}})},
-                     {{"SCANNERTYPE", 1},
-                      {"SCANBARID", 5},
-                      {"RESOLUTIONS", 1},
-                      {"RESOLUTIONS_1", 1200}}}),
+        Capabilities{
+            "TwoFlatbeds",
+            {kFlatbed, source(1, 5, {{1200, 1200}})},
+            {{"SCANNERTYPE", 1}, {"SCANBARID", 5}, {"RESOLUTIONS", 1}, {"RESOLUTIONS_1", 1200}}}),
     kByName);
 
 TEST(EngineTest, PropertiesLog)
@@ -382,8 +379,8 @@ TEST(StartTest, CommandsThatCannotBeWritten)
             EXPECT_EQ(engine.Start(), 9);
             EXPECT_EQ(engine.calls().back(), "command " + std::to_string(command));
             const std::string step = command == 3 ? "Lock" : "Start";
-            EXPECT_THAT(log.plainMessages(), Contains("WriteCmd " + step + " failed ret = " +
-                                                      std::to_string(result)));
+            EXPECT_THAT(log.plainMessages(),
+                        Contains("WriteCmd " + step + " failed ret = " + std::to_string(result)));
             EXPECT_EQ(engine.ScanInProgress, 0);
             EXPECT_EQ(engine.AcquireImageStatus, 5);
         }
@@ -393,13 +390,13 @@ TEST(StartTest, CommandsThatCannotBeWritten)
 struct Mapping {
     int status;
     int result;
-    int afterLock = -1;   // where it differs
+    int afterLock = -1;  // where it differs
     int afterStart = -1;
 };
 
 // Every device status that stops a job.
-const Mapping kMappings[] = {{129, 4}, {130, 3}, {131, 3}, {132, 9},       {133, 9},
-                             {134, 9}, {136, 0, 3, 4},     {137, 10}};
+const Mapping kMappings[] = {{129, 4}, {130, 3}, {131, 3},       {132, 9},
+                             {133, 9}, {134, 9}, {136, 0, 3, 4}, {137, 10}};
 
 int mapped(int status, int command)
 {
@@ -604,9 +601,9 @@ TEST_P(SettingsTest, AreChecked)
     EXPECT_EQ(log.count("SL_STATUS_UNSUPPORTED"), given.isSetUp ? 0 : 1);
     EXPECT_THAT(log.plainMessages(),
                 Contains("scan source is " + std::to_string(engine.GetIntValue("SCAN_SOURCE"))));
-    EXPECT_EQ(log.count("Exiting ScanLib::CheckScanSettings. ret = " +
-                        std::to_string(given.result)),
-              given.isSetUp ? 1 : 0);
+    EXPECT_EQ(
+        log.count("Exiting ScanLib::CheckScanSettings. ret = " + std::to_string(given.result)),
+        given.isSetUp ? 1 : 0);
     EXPECT_EQ(engine.Image->GetScanWidth() > 0, given.isSetUp);
     EXPECT_EQ(engine.Image->GetSideFlip() == FLIP_ON, given.isFeeder);
     EXPECT_EQ(engine.GetDoubleValue("CURRENTBRX"), given.right >= 0 ? given.right : right);
@@ -630,77 +627,184 @@ INSTANTIATE_TEST_SUITE_P(
         Settings{"ExactMinimum", {}, {}, 0, 0, {"check if scanner support adf"}},
         Settings{"JustBelow", {{"CURRENTBRX", 25.39}}, {}, 0, 1, {kSmall}, false, false},
         Settings{"JustBelowHigh", {{"CURRENTBRY", 25.39}}, {}, 0, 1, {kSmall}, false, false},
-        Settings{"InsideTheTolerance", {{"CURRENTBRX", 25.3951}, {"CURRENTBRY", 25.3951}},
-                 {{"CURRENTDPI", 100}}, 0, 0, {}},
+        Settings{"InsideTheTolerance",
+                 {{"CURRENTBRX", 25.3951}, {"CURRENTBRY", 25.3951}},
+                 {{"CURRENTDPI", 100}},
+                 0,
+                 0,
+                 {}},
         Settings{"Empty", {{"CURRENTBRX", 0.0}}, {}, 0, 1, {kNegative}, false, false},
         Settings{"EmptyHigh", {{"CURRENTBRY", 0.0}}, {}, 0, 1, {kNegative}, false, false},
-        Settings{"Inverted", {{"CURRENTTLX", 100.0}}, {}, 0, 1,
-                 {kNegative, std::string("!") + kSmall}, false, false},
+        Settings{"Inverted",
+                 {{"CURRENTTLX", 100.0}},
+                 {},
+                 0,
+                 1,
+                 {kNegative, std::string("!") + kSmall},
+                 false,
+                 false},
         Settings{"InvertedHigh", {{"CURRENTTLY", 100.0}}, {}, 0, 1, {kNegative}, false, false},
         Settings{"OffsetWindow",
-                 {{"CURRENTTLX", 10.0}, {"CURRENTBRX", 35.4}, {"CURRENTTLY", 20.0},
+                 {{"CURRENTTLX", 10.0},
+                  {"CURRENTBRX", 35.4},
+                  {"CURRENTTLY", 20.0},
                   {"CURRENTBRY", 45.4}},
-                 {}, 0, 0, {}},
-        Settings{"OffsetTooSmall", {{"CURRENTTLX", 10.0}, {"CURRENTBRX", 35.38}}, {}, 0, 1,
-                 {kSmall}, false, false}),
+                 {},
+                 0,
+                 0,
+                 {}},
+        Settings{"OffsetTooSmall",
+                 {{"CURRENTTLX", 10.0}, {"CURRENTBRX", 35.38}},
+                 {},
+                 0,
+                 1,
+                 {kSmall},
+                 false,
+                 false}),
     kByName);
 
-INSTANTIATE_TEST_SUITE_P(
-    FullWidth, SettingsTest,
-    testing::Values(
-        Settings{"At300", {{"CURRENTBRX", 216.0}}, {{"CURRENTDPI", 300}}, 0, 0,
-                 {"Setting Brx to 215."}, false, true, 215.0},
-        Settings{"At600", {{"CURRENTBRX", 216.0}}, {{"CURRENTDPI", 600}}, 0, 0,
-                 {"Setting Brx to 215."}, false, true, 215.0},
-        Settings{"At299", {{"CURRENTBRX", 216.0}}, {{"CURRENTDPI", 299}}, 0, 0,
-                 {"!Setting Brx to 215."}},
-        Settings{"Narrower", {{"CURRENTBRX", 215.9}}, {{"CURRENTDPI", 300}}, 0, 0,
-                 {"!Setting Brx to 215."}},
-        Settings{"Wider", {{"CURRENTBRX", 216.001}}, {{"CURRENTDPI", 300}}, 0, 0,
-                 {"!Setting Brx to 215."}}),
-    kByName);
+INSTANTIATE_TEST_SUITE_P(FullWidth, SettingsTest,
+                         testing::Values(Settings{"At300",
+                                                  {{"CURRENTBRX", 216.0}},
+                                                  {{"CURRENTDPI", 300}},
+                                                  0,
+                                                  0,
+                                                  {"Setting Brx to 215."},
+                                                  false,
+                                                  true,
+                                                  215.0},
+                                         Settings{"At600",
+                                                  {{"CURRENTBRX", 216.0}},
+                                                  {{"CURRENTDPI", 600}},
+                                                  0,
+                                                  0,
+                                                  {"Setting Brx to 215."},
+                                                  false,
+                                                  true,
+                                                  215.0},
+                                         Settings{"At299",
+                                                  {{"CURRENTBRX", 216.0}},
+                                                  {{"CURRENTDPI", 299}},
+                                                  0,
+                                                  0,
+                                                  {"!Setting Brx to 215."}},
+                                         Settings{"Narrower",
+                                                  {{"CURRENTBRX", 215.9}},
+                                                  {{"CURRENTDPI", 300}},
+                                                  0,
+                                                  0,
+                                                  {"!Setting Brx to 215."}},
+                                         Settings{"Wider",
+                                                  {{"CURRENTBRX", 216.001}},
+                                                  {{"CURRENTDPI", 300}},
+                                                  0,
+                                                  0,
+                                                  {"!Setting Brx to 215."}}),
+                         kByName);
 
 INSTANTIATE_TEST_SUITE_P(
     Feeder, SettingsTest,
     testing::Values(
-        Settings{"FlatbedOnly", {}, {{"SCANNERTYPE", 1}, {"SCAN_SOURCE", 2}}, 0, 0,
+        Settings{"FlatbedOnly",
+                 {},
+                 {{"SCANNERTYPE", 1}, {"SCAN_SOURCE", 2}},
+                 0,
+                 0,
                  {std::string("!") + kNoFeeder}},
         Settings{"OtherType", {}, {{"SCANNERTYPE", 3}, {"SCAN_SOURCE", 2}}, 0, 0, {}},
-        Settings{"SourceFlatbed", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 1}}, 2, 0,
+        Settings{"SourceFlatbed",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 1}},
+                 2,
+                 0,
                  {std::string("!") + kPaper}},
         Settings{"SourceFlatbedNoPaper", {}, {{"SCANNERTYPE", 5}, {"SCAN_SOURCE", 1}}, 1, 0, {}},
         Settings{"SourceFlatbedNoFeeder", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 1}}, 0, 0, {}},
         Settings{"Paper", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}}, 2, 0, {kPaper}, true},
-        Settings{"PaperFeederOnly", {}, {{"SCANNERTYPE", 5}, {"SCAN_SOURCE", 2}}, 2, 0, {kPaper},
+        Settings{
+            "PaperFeederOnly", {}, {{"SCANNERTYPE", 5}, {"SCAN_SOURCE", 2}}, 2, 0, {kPaper}, true},
+        Settings{"AtTheLimit",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 300}},
+                 2,
+                 0,
+                 {kPaper},
                  true},
-        Settings{"AtTheLimit", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 300}},
-                 2, 0, {kPaper}, true},
-        Settings{"AboveTheLimit", {},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 301}}, 2, 1,
-                 {kPaper, kResolution}, false, false},
-        Settings{"AboveTheLimitFlatbed", {},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 1}, {"CURRENTDPI", 301}}, 2, 0, {}},
-        Settings{"Preview", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}}, 2, 1,
-                 {kPaper, kPreview}, false, false},
-        Settings{"PreviewAllowed", {},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"ADFPREVIEW", 1}}, 2,
-                 0, {kPaper}, true},
-        Settings{"ResolutionBeforePreview", {},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"CURRENTDPI", 600}}, 2,
-                 1, {kResolution, std::string("!") + kPreview}, false, false},
-        Settings{"NoPaper", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}}, 1, 7,
+        Settings{"AboveTheLimit",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 301}},
+                 2,
+                 1,
+                 {kPaper, kResolution},
+                 false,
+                 false},
+        Settings{"AboveTheLimitFlatbed",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 1}, {"CURRENTDPI", 301}},
+                 2,
+                 0,
+                 {}},
+        Settings{"Preview",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}},
+                 2,
+                 1,
+                 {kPaper, kPreview},
+                 false,
+                 false},
+        Settings{"PreviewAllowed",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"ADFPREVIEW", 1}},
+                 2,
+                 0,
+                 {kPaper},
+                 true},
+        Settings{"ResolutionBeforePreview",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"CURRENTDPI", 600}},
+                 2,
+                 1,
+                 {kResolution, std::string("!") + kPreview},
+                 false,
+                 false},
+        Settings{"NoPaper",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}},
+                 1,
+                 7,
                  {kNoPaper, "return from adf status  is 1"}},
-        Settings{"NoPaperPreview", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}}, 1,
-                 1, {kNoPaper, "return from adf status  is 1"}},
-        Settings{"NoPaperPreviewAllowed", {},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"ADFPREVIEW", 1}}, 1,
-                 7, {kNoPaper}},
-        Settings{"NoFeeder", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}}, 0, 1,
+        Settings{"NoPaperPreview",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}},
+                 1,
+                 1,
+                 {kNoPaper, "return from adf status  is 1"}},
+        Settings{"NoPaperPreviewAllowed",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"PREVIEW", 1}, {"ADFPREVIEW", 1}},
+                 1,
+                 7,
+                 {kNoPaper}},
+        Settings{"NoFeeder",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}},
+                 0,
+                 1,
                  {kNoFeeder, "return from adf status  is 0"}},
-        Settings{"NoPaperFullWidth", {{"CURRENTBRX", 216.0}},
-                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 300}}, 1, 7, {kNoPaper},
-                 false, true, 215.0},
-        Settings{"UnknownFeederStatus", {}, {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}}, 3, 0,
+        Settings{"NoPaperFullWidth",
+                 {{"CURRENTBRX", 216.0}},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}, {"CURRENTDPI", 300}},
+                 1,
+                 7,
+                 {kNoPaper},
+                 false,
+                 true,
+                 215.0},
+        Settings{"UnknownFeederStatus",
+                 {},
+                 {{"SCANNERTYPE", 4}, {"SCAN_SOURCE", 2}},
+                 3,
+                 0,
                  {std::string("!") + kNoFeeder}}),
     kByName);
 

@@ -10,7 +10,6 @@
 
 #include <memory>
 
-
 namespace {
 
 bool isRecord(const Bytes& block, int pending)

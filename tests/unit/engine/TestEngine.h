@@ -39,12 +39,12 @@ public:
     ~FakeTransport() override { calls_->push_back("destroyed"); }
 
     int openResult = 0;
-    std::map<int, int> writeResults;      // by command; else the command itself
-    std::map<int, Bytes> replies;         // by command; else a good reply
-    std::function<void(int)> onCommand;   // runs inside of writeCommand
-    std::function<void()> onClose;        // runs inside of closeDevice
+    std::map<int, int> writeResults;     // by command; else the command itself
+    std::map<int, Bytes> replies;        // by command; else a good reply
+    std::function<void(int)> onCommand;  // runs inside of writeCommand
+    std::function<void()> onClose;       // runs inside of closeDevice
     std::deque<Step> steps;
-    Step lastStep = {1};                  // when there are no more steps
+    Step lastStep = {1};  // when there are no more steps
     int feederStatus = 0;
 
     int Write(unsigned char*, int) override { return 0; }

@@ -13,7 +13,10 @@ thread_local int counted = 0;
 thread_local int limit = 0;
 thread_local bool shortReads = false;
 
-bool refuse() { return watching && ++counted > limit; }
+bool refuse()
+{
+    return watching && ++counted > limit;
+}
 
 }  // namespace
 
@@ -24,13 +27,25 @@ Allocations::Allocations(int granted) : granted_(granted)
     watching = true;
 }
 
-Allocations::~Allocations() { watching = false; }
+Allocations::~Allocations()
+{
+    watching = false;
+}
 
-int Allocations::count() const { return counted; }
+int Allocations::count() const
+{
+    return counted;
+}
 
-ShortReads::ShortReads() { shortReads = true; }
+ShortReads::ShortReads()
+{
+    shortReads = true;
+}
 
-ShortReads::~ShortReads() { shortReads = false; }
+ShortReads::~ShortReads()
+{
+    shortReads = false;
+}
 
 extern "C" {
 void* __real_malloc(std::size_t size);
@@ -52,7 +67,10 @@ void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 std::size_t __wrap_fread(void* to, std::size_t size, std::size_t count, FILE* stream);
 
-void* __wrap_malloc(std::size_t size) { return refuse() ? nullptr : __real_malloc(size); }
+void* __wrap_malloc(std::size_t size)
+{
+    return refuse() ? nullptr : __real_malloc(size);
+}
 
 void* __wrap_calloc(std::size_t count, std::size_t size)
 {

@@ -21,10 +21,18 @@ void perform(Call call)
     const CLogger logger;
     const unsigned char byte = 0x5A;
     switch (call) {
-    case Call::Debug: logger.log_debug("text"); break;
-    case Call::Info: logger.log_info("text"); break;
-    case Call::Error: logger.log_error("text"); break;
-    case Call::Dump: logger.hex_dump(&byte, 1); break;
+    case Call::Debug:
+        logger.log_debug("text");
+        break;
+    case Call::Info:
+        logger.log_info("text");
+        break;
+    case Call::Error:
+        logger.log_error("text");
+        break;
+    case Call::Dump:
+        logger.hex_dump(&byte, 1);
+        break;
     }
 }
 
@@ -194,18 +202,12 @@ TEST(CLogger, ExpandsPercentM)
 {
     const std::string text = strerror(EACCES);
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"", ""},
-        {"plain", "plain"},
-        {"%m", text},
-        {"a%mb%mc", "a" + text + "b" + text + "c"},
-        {"%%m", "%%m"},
-        {"%%%m", "%%" + text},
-        {"%%%%m", "%%%%m"},
-        {"%d %s m", "%d %s m"},
-        {"%5m", "%5m"},
-        {"100%", "100%"},
-        {"%", "%"},
-        {"m%", "m%"},
+        {"", ""},           {"plain", "plain"},
+        {"%m", text},       {"a%mb%mc", "a" + text + "b" + text + "c"},
+        {"%%m", "%%m"},     {"%%%m", "%%" + text},
+        {"%%%%m", "%%%%m"}, {"%d %s m", "%d %s m"},
+        {"%5m", "%5m"},     {"100%", "100%"},
+        {"%", "%"},         {"m%", "m%"},
     };
     for (const auto& [format, expected] : cases) {
         char out[1024];
@@ -229,8 +231,7 @@ TEST(CLogger, ExpansionStaysInsideItsBuffer)
         const std::size_t length = strnlen(out.data(), 1024);
         ASSERT_LE(length, 1023U);
         // A "%" as the last character that fits stands for itself, then nothing follows.
-        const std::string expected =
-            front == 1022 ? full.substr(0, 1022) : full.substr(0, length);
+        const std::string expected = front == 1022 ? full.substr(0, 1022) : full.substr(0, length);
         EXPECT_EQ(std::string(out.data(), std::min(length, expected.size())), expected) << front;
         EXPECT_GE(length, 1022U) << front;
     }
@@ -319,9 +320,9 @@ TEST(CLogger, TraceLinesHaveAPrefixOfFixedColumns)
 
     const LogCapture more;
     tracer.Short(&evaluated);
-    EXPECT_THAT(more.messages(), ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
-                                             "number 42",
-                                             "::::::::::::::: METHOD END ::::::::::::::: "));
+    EXPECT_THAT(more.messages(),
+                ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ", "number 42",
+                            "::::::::::::::: METHOD END ::::::::::::::: "));
     for (const std::string& line : more.lines()) {
         EXPECT_NE(line.find(" Short                -- "), std::string::npos) << line;
     }

@@ -88,20 +88,31 @@ TEST(ICommand, CreatesTheClassOfAVersion)
 TEST(ICommand, VirtualFunctionsStandInTheirOrder)
 {
     using C = ICommand;
-    EXPECT_THAT((std::vector<int>{
-                    virtualSlot(&C::setConfigReader), virtualSlot(&C::setCommandId),
-                    virtualSlot(&C::setNpa), virtualSlot(&C::setVersion),
-                    virtualSlot(&C::setStripSize), virtualSlot(&C::setStripMin),
-                    virtualSlot(&C::addNPA), virtualSlot(&C::removeESC), virtualSlot(&C::getNpa),
-                    virtualSlot(&C::getCommandId), virtualSlot(&C::getPixelPerLine),
-                    virtualSlot(&C::getLines), virtualSlot(&C::getScanOffsetX),
-                    virtualSlot(&C::getScanOffsetY), virtualSlot(&C::getCurrentDPI),
-                    virtualSlot(&C::getCompression), virtualSlot(&C::getCompressionLevel),
-                    virtualSlot(&C::getFilter), virtualSlot(&C::getColorDepth),
-                    virtualSlot(&C::getVersion), virtualSlot(&C::getSource),
-                    virtualSlot(&C::getCommand), virtualSlot(&C::appendData)}),
-                ElementsAre(2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
-                            21, 22, 23, 24));
+    EXPECT_THAT((std::vector<int>{virtualSlot(&C::setConfigReader),
+                                  virtualSlot(&C::setCommandId),
+                                  virtualSlot(&C::setNpa),
+                                  virtualSlot(&C::setVersion),
+                                  virtualSlot(&C::setStripSize),
+                                  virtualSlot(&C::setStripMin),
+                                  virtualSlot(&C::addNPA),
+                                  virtualSlot(&C::removeESC),
+                                  virtualSlot(&C::getNpa),
+                                  virtualSlot(&C::getCommandId),
+                                  virtualSlot(&C::getPixelPerLine),
+                                  virtualSlot(&C::getLines),
+                                  virtualSlot(&C::getScanOffsetX),
+                                  virtualSlot(&C::getScanOffsetY),
+                                  virtualSlot(&C::getCurrentDPI),
+                                  virtualSlot(&C::getCompression),
+                                  virtualSlot(&C::getCompressionLevel),
+                                  virtualSlot(&C::getFilter),
+                                  virtualSlot(&C::getColorDepth),
+                                  virtualSlot(&C::getVersion),
+                                  virtualSlot(&C::getSource),
+                                  virtualSlot(&C::getCommand),
+                                  virtualSlot(&C::appendData)}),
+                ElementsAre(2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+                            22, 23, 24));
     EXPECT_EQ(virtualSlot(&Cmd326::getCommand), 2);
     EXPECT_EQ(virtualSlot(&Cmd326::getCommandId), 3);
     EXPECT_EQ(virtualSlot(&Cmd326::appendData), 4);
@@ -145,7 +156,7 @@ TEST(ICommand, StoresAndLogsItsSettings)
 TEST(ICommand, NpaIsOnOrOff)
 {
     PlainCommand command;
-    const std::pair<int, int> cases[] = {{7, 1}, {-1, 0}, {1, 1},       {0, 0},
+    const std::pair<int, int> cases[] = {{7, 1}, {-1, 0},      {1, 1},      {0, 0},
                                          {2, 1}, {INT_MIN, 0}, {INT_MAX, 1}};
     for (const auto& [given, expected] : cases) {
         const LogCapture capture;
@@ -160,7 +171,7 @@ struct GetterCase {
     const char* name;
     int (ICommand::*getter)();
     const char* key;
-    const char* log;  // before the value
+    const char* log;                          // before the value
     std::vector<std::pair<int, int>> values;  // stored value, result
     int withoutStore;
 };
@@ -200,16 +211,16 @@ INSTANTIATE_TEST_SUITE_P(
                    " -> Scan Offset X = ", kAsStored, 0},
         GetterCase{"ScanOffsetY", &ICommand::getScanOffsetY, "SCANOFFSETY",
                    " -> Scan Offset Y = ", kAsStored, 0},
-        GetterCase{"CurrentDPI", &ICommand::getCurrentDPI, "CURRENTDPI", " -> Current DPI = ",
-                   kAsStored, 0},
+        GetterCase{"CurrentDPI", &ICommand::getCurrentDPI, "CURRENTDPI",
+                   " -> Current DPI = ", kAsStored, 0},
         GetterCase{"Compression", &ICommand::getCompression, "COMPRESSION",
                    "Command -> Compression = ", kAsStored, 0},
         GetterCase{"CompressionLevel", &ICommand::getCompressionLevel, "COMPRESSIONLEVEL",
                    "Command -> Compression Level = ", kAsStored, 0},
-        GetterCase{"Filter", &ICommand::getFilter, "PREVIEW", " -> Filter = ",
-                   Values{{0, 3}, {1, 4}, {-1, 4}, {7, 4}}, 3},
-        GetterCase{"ColorDepth", &ICommand::getColorDepth, "COLORDEPTH", " -> Color Depth = = ",
-                   Values{{3, 3}, {24, 2}, {1, 2}, {0, 2}, {-3, 2}}, 2},
+        GetterCase{"Filter", &ICommand::getFilter, "PREVIEW",
+                   " -> Filter = ", Values{{0, 3}, {1, 4}, {-1, 4}, {7, 4}}, 3},
+        GetterCase{"ColorDepth", &ICommand::getColorDepth, "COLORDEPTH",
+                   " -> Color Depth = = ", Values{{3, 3}, {24, 2}, {1, 2}, {0, 2}, {-3, 2}}, 2},
         GetterCase{"Source", &ICommand::getSource, "SCAN_SOURCE", "source: ", kSources, 1}),
     CaseName());
 
@@ -247,8 +258,12 @@ TEST(ICommand, WrapsCommandsOfEveryLength)
         const Bytes bytes = counting(n, 1);
         const int pad = (4 - (n + 20) % 4) % 4;
         const int total = n + 20 + pad;
-        Bytes expected = {0xA5, static_cast<unsigned char>((total - 3) / 256),
-                          static_cast<unsigned char>((total - 3) % 256), 0x10, 0x01, 0x83};
+        Bytes expected = {0xA5,
+                          static_cast<unsigned char>((total - 3) / 256),
+                          static_cast<unsigned char>((total - 3) % 256),
+                          0x10,
+                          0x01,
+                          0x83};
         expected = expected + mark + Bytes{2, static_cast<unsigned char>(pad)} +
                    Bytes(static_cast<std::size_t>(pad), 0) + bytes + mark + mark;
         unsigned char* out = nullptr;
@@ -270,8 +285,8 @@ TEST(ICommand, WrapsEightBytesInTwentyEight)
     int length = 8;
     ASSERT_EQ(command.addNPA(&out, counting(8).data(), &length), 0);
     ASSERT_EQ(length, 28);
-    EXPECT_EQ(Bytes(out, out + 12), (Bytes{0xA5, 0x00, 0x19, 0x10, 0x01, 0x83, 0xAA, 0xBB, 0xCC,
-                                           0xDD, 0x02, 0x00}));
+    EXPECT_EQ(Bytes(out, out + 12),
+              (Bytes{0xA5, 0x00, 0x19, 0x10, 0x01, 0x83, 0xAA, 0xBB, 0xCC, 0xDD, 0x02, 0x00}));
     delete[] out;
 }
 
@@ -355,8 +370,9 @@ TEST(ICommand, WaitsForAWholeBlockHeader)
 
 TEST(ICommand, PassesDataWithoutAHeaderOn)
 {
-    const Bytes starts[] = {{0x1B, 0x53, 0x03}, {0x1B, 0x44, 0x02}, {0x1C, 0x53, 0x02},
-                            {0x1B, 0x44},       {0x00},             {0x53, 0x02}};
+    const Bytes starts[] = {
+        {0x1B, 0x53, 0x03}, {0x1B, 0x44, 0x02}, {0x1C, 0x53, 0x02}, {0x1B, 0x44}, {0x00},
+        {0x53, 0x02}};
     for (const Bytes& start : starts) {
         PlainCommand command;
         DataBuffer buffer;
@@ -394,8 +410,8 @@ TEST(ICommand, AsksForAnotherCallWhileMoreThanAHeaderIsLeft)
         for (int rest = 0; rest < 50; ++rest) {
             const auto command = create(version);
             DataBuffer buffer;
-            append(buffer, block(counting(10), strip, stripMin) +
-                               Bytes(static_cast<std::size_t>(rest), 7));
+            append(buffer,
+                   block(counting(10), strip, stripMin) + Bytes(static_cast<std::size_t>(rest), 7));
             EXPECT_EQ(command->removeESC(&buffer), rest > strip ? 1 : 0) << version << " " << rest;
             EXPECT_EQ(processedBytes(buffer), counting(10));
             EXPECT_EQ(buffer.GetRawDataSize(), rest);
@@ -454,8 +470,8 @@ TEST_P(RemoveEscStream, GivesTheImageData)
         DataBuffer buffer;
         Bytes received;
         for (int from = 0; from < sizeOf(stream);) {
-            const int n = std::min(random.pick(1, random.pick(0, 1) == 0 ? 5 : 400),
-                                   sizeOf(stream) - from);
+            const int n =
+                std::min(random.pick(1, random.pick(0, 1) == 0 ? 5 : 400), sizeOf(stream) - from);
             append(buffer, slice(stream, from, from + n));
             from += n;
             int calls = 0;
@@ -583,8 +599,8 @@ TEST_P(Encoding, ShortCommandsAreTheirHeader)
 
 TEST_P(Encoding, LongCommandsCarryTheScan)
 {
-    const Bytes letter = {3,    0,    0, 3, 0xF6, 0x09, 0, 0, 0xE4, 0x0C, 0,    0,
-                          0,    0,    0, 0, 0,    0,    0, 0, 0x2C, 0x01, 0x2C, 0x01};
+    const Bytes letter = {3, 0, 0, 3, 0xF6, 0x09, 0, 0, 0xE4, 0x0C, 0,    0,
+                          0, 0, 0, 0, 0,    0,    0, 0, 0x2C, 0x01, 0x2C, 0x01};
     for (const int id : {3, 4}) {
         const Built built = buildNumber(id);
         EXPECT_EQ(built.result, 0);
@@ -714,10 +730,10 @@ TEST_P(Encoding, AsksInAFixedOrder)
     buildNumber(4);
     Lines steps;
     for (const std::string& message : capture.messages()) {
-        for (const char* part : {"METHOD START", "Pixel Per Line", "Lines", "Scan Offset X", "Scan Offset Y",
-                                 "Current DPI", "Filter", "Color Depth", "Compression Level",
-                                 "Compression =", "append selected options", "source: ",
-                                 "command ID: 4", "METHOD END"}) {
+        for (const char* part : {"METHOD START", "Pixel Per Line", "Lines", "Scan Offset X",
+                                 "Scan Offset Y", "Current DPI", "Filter", "Color Depth",
+                                 "Compression Level", "Compression =", "append selected options",
+                                 "source: ", "command ID: 4", "METHOD END"}) {
             if (message.find(part) != std::string::npos) {
                 steps.push_back(part);
             }
@@ -726,10 +742,11 @@ TEST_P(Encoding, AsksInAFixedOrder)
             steps.back() = message;
         }
     }
-    const Lines block = {"Pixel Per Line", "Lines",         "Scan Offset X",
-                         "Scan Offset Y",  "Current DPI",   "Filter",
-                         "Color Depth",    "Compression =", "Compression Level",
-                         "Command -> append selected options"};
+    const Lines block = {"Pixel Per Line",    "Lines",
+                         "Scan Offset X",     "Scan Offset Y",
+                         "Current DPI",       "Filter",
+                         "Color Depth",       "Compression =",
+                         "Compression Level", "Command -> append selected options"};
     // The start and end lines of other functions are not of interest.
     Lines relevant;
     for (const std::string& step : steps) {
@@ -738,13 +755,15 @@ TEST_P(Encoding, AsksInAFixedOrder)
         }
     }
     switch (GetParam().number) {
-    case 326: EXPECT_EQ(relevant, block); break;
+    case 326:
+        EXPECT_EQ(relevant, block);
+        break;
     case 401:
         ASSERT_EQ(relevant.size(), block.size() + 2);
         EXPECT_EQ(Lines(relevant.begin(), relevant.begin() + 10), block);
-        EXPECT_THAT(Lines(relevant.begin() + 10, relevant.end()),
-                    testing::UnorderedElementsAre("source: ",
-                                                  EndsWith(" -> append selected options")));
+        EXPECT_THAT(
+            Lines(relevant.begin() + 10, relevant.end()),
+            testing::UnorderedElementsAre("source: ", EndsWith(" -> append selected options")));
         break;
     default:
         ASSERT_EQ(relevant.size(), block.size() + 4);
@@ -756,9 +775,8 @@ TEST_P(Encoding, AsksInAFixedOrder)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Versions, Encoding, testing::ValuesIn(kVersions), [](const auto& that) {
-    return std::to_string(that.param.number);
-});
+INSTANTIATE_TEST_SUITE_P(Versions, Encoding, testing::ValuesIn(kVersions),
+                         [](const auto& that) { return std::to_string(that.param.number); });
 
 TEST(Cmd402, LogsItsStartAndEnd)
 {
@@ -793,10 +811,9 @@ TEST(Cmd326, LogsTheLengthOfLongCommands)
     Cmd326 command;
     const LogCapture capture;
     command.setCmdLen(36);
-    EXPECT_THAT(capture.messages(),
-                ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
-                            "Setting Command length: 36",
-                            "::::::::::::::: METHOD END ::::::::::::::: "));
+    EXPECT_THAT(capture.messages(), ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
+                                                "Setting Command length: 36",
+                                                "::::::::::::::: METHOD END ::::::::::::::: "));
     command.setCommandId(4);
     const Built built = build(command);
     EXPECT_EQ(built.length, 36);

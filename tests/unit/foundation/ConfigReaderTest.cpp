@@ -173,9 +173,8 @@ INSTANTIATE_TEST_SUITE_P(
     Windows, ConfigReaderComputed,
     testing::Values(
         ComputedCase{"Letter", {300, 3, 0, 0, 215.9, 279.4}, {0, 0, 2550, 3300, 2550, 3300, 7650}},
-        ComputedCase{"Offset",
-                     {300, 3, 10, 20, 215.9, 279.4},
-                     {118, 236, 2550, 3300, 2431, 3063, 7293}},
+        ComputedCase{
+            "Offset", {300, 3, 10, 20, 215.9, 279.4}, {118, 236, 2550, 3300, 2431, 3063, 7293}},
         ComputedCase{"Grey", {600, 1, 25.4, 0, 50.8, 12.7}, {600, 0, 1200, 300, 600, 300, 600}},
         ComputedCase{"NoDepth", {300, 0, 0, 0, 25.4, 25.4}, {0, 0, 300, 300, 300, 300, 0}},
         ComputedCase{"NoResolution", {0, 3, 10, 10, 100, 100}, {0, 0, 0, 0, 0, 0, 0}},
@@ -251,11 +250,12 @@ TEST(ConfigReader, ComputesRandomWindowsLikeTheFormula)
     TestStore store;
     for (int i = 0; i < 3000; ++i) {
         const auto millimetres = [&] { return random.pick(-2000, 40000) / 97.0; };
-        const Window w = {random.pick(0, 2400), random.pick(0, 4),
-                          millimetres(),        millimetres(),
-                          millimetres(),        millimetres()};
+        const Window w = {random.pick(0, 2400), random.pick(0, 4), millimetres(),
+                          millimetres(),        millimetres(),     millimetres()};
         setWindow(store, w);
-        const auto dots = [&](double x) { return static_cast<int>(std::trunc(w.dpi * (x / 25.4))); };
+        const auto dots = [&](double x) {
+            return static_cast<int>(std::trunc(w.dpi * (x / 25.4)));
+        };
         const int pixels = dots(w.brx - w.tlx);
         EXPECT_THAT(computedValues(store),
                     ElementsAre(dots(w.tlx), dots(w.tly), dots(w.brx), dots(w.bry), pixels,
@@ -303,9 +303,9 @@ TEST(ConfigReader, LogsComputedLookUpsOnly)
     store.GetComputedOption("SCANWIDTH");
     store.GetIntOption("LINES");
     store.GetIntOption("SCANOFFSETX");
-    EXPECT_THAT(capture.lines(), ElementsAre("Computed option: SCANWIDTH = 2550",
-                                             "Computed option: LINES = 3300",
-                                             "Computed option: SCANOFFSETX = 0"));
+    EXPECT_THAT(capture.lines(),
+                ElementsAre("Computed option: SCANWIDTH = 2550", "Computed option: LINES = 3300",
+                            "Computed option: SCANOFFSETX = 0"));
 }
 
 TEST(ConfigReader, ListsAnEmptyStore)
@@ -313,9 +313,9 @@ TEST(ConfigReader, ListsAnEmptyStore)
     const LogCapture capture;
     TestStore store;
     store.DisplayConfig();
-    EXPECT_THAT(capture.lines(), ElementsAre("Display Config Options", "Integer Options",
-                                             "Double Options", "String Options",
-                                             "End of Config Options"));
+    EXPECT_THAT(capture.lines(),
+                ElementsAre("Display Config Options", "Integer Options", "Double Options",
+                            "String Options", "End of Config Options"));
 }
 
 TEST(ConfigReader, ListsItsEntriesInByteOrder)
@@ -328,10 +328,10 @@ TEST(ConfigReader, ListsItsEntriesInByteOrder)
     const LogCapture capture;
     store.DisplayConfig();
     EXPECT_THAT(capture.lines(),
-                ElementsAre("Display Config Options", "Integer Options", " = 6", "B = -2",
-                            "B_ = 5", "a = 3", "b = 1", "\xC3\xA4 = 4", "Double Options",
-                            "Y = -0.000000", "Z = 25.400000", "String Options", "A = ",
-                            "S = 100%d", "End of Config Options"));
+                ElementsAre("Display Config Options", "Integer Options", " = 6", "B = -2", "B_ = 5",
+                            "a = 3", "b = 1", "\xC3\xA4 = 4", "Double Options", "Y = -0.000000",
+                            "Z = 25.400000", "String Options", "A = ", "S = 100%d",
+                            "End of Config Options"));
 }
 
 TEST(ConfigReader, ListsTheComputedValues)

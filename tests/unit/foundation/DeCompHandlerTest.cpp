@@ -103,7 +103,11 @@ Bytes chunk(int size, int announced = -1)
 // The scan of the tests: ten grey pixels a line, compressed in technology 2.
 class DeComp : public testing::Test {
 protected:
-    DeComp() : store({{"COMPRESSION", 1}, {"COMPRESSIONTECH", 2}, {"COMPRESSIONLEVEL", 7}, {"COLORDEPTH", 1}})
+    DeComp()
+        : store({{"COMPRESSION", 1},
+                 {"COMPRESSIONTECH", 2},
+                 {"COMPRESSIONLEVEL", 7},
+                 {"COLORDEPTH", 1}})
     {
         store.setWindow(10, 20);
         image.SetAttributes(10, 20, 10, GRAY, FLIP_OFF, COMPRESSION_ON, 7);
@@ -140,10 +144,10 @@ TEST_F(DeComp, InitializeStartsTheDecompressor)
     const LogCapture capture;
     start();
     EXPECT_THAT(script.calls, ElementsAre("quality 7", "start 10 20 3 24"));
-    EXPECT_THAT(capture.plainMessages(),
-                testing::IsSupersetOf({"DeCompHandler Initialize called", "Compression is on",
-                                       "Type is Wicket4", "width = 10", "height = 20",
-                                       "channels = 3"}));
+    EXPECT_THAT(
+        capture.plainMessages(),
+        testing::IsSupersetOf({"DeCompHandler Initialize called", "Compression is on",
+                               "Type is Wicket4", "width = 10", "height = 20", "channels = 3"}));
     EXPECT_TRUE(handler.canDecompress(&store));
 }
 
@@ -306,8 +310,7 @@ TEST_F(DeComp, APartialChunkWaits)
         EXPECT_EQ(handler.Decompress(&in, &image), 0);
         expect({1}, slice(whole, 0, size));
         EXPECT_THAT(script.calls, IsEmpty());
-        EXPECT_THAT(capture.plainMessages(),
-                    ElementsAre("cannot decompress ... not enough data"))
+        EXPECT_THAT(capture.plainMessages(), ElementsAre("cannot decompress ... not enough data"))
             << size;
         append(in, slice(whole, size, 20));
         EXPECT_EQ(handler.Decompress(&in, &image), 1);
@@ -356,8 +359,9 @@ TEST_F(DeComp, NegativeChunkSizesAreRefused)
         append(in, bytes);
         const LogCapture capture;
         EXPECT_EQ(handler.Decompress(&in, &image), 0);
-        EXPECT_THAT(capture.plainMessages(),
-                    ElementsAre("CHUNKSIZE = " + std::to_string(top == 0x80 ? INT_MIN + 5 : -16777211)));
+        EXPECT_THAT(
+            capture.plainMessages(),
+            ElementsAre("CHUNKSIZE = " + std::to_string(top == 0x80 ? INT_MIN + 5 : -16777211)));
         expect({}, bytes);
     }
     EXPECT_THAT(script.calls, IsEmpty());
@@ -372,12 +376,12 @@ TEST_F(DeComp, TheOutputBlockIsSizedByTheChunk)
     const LogCapture capture;
     handler.Decompress(&in, &image);
     EXPECT_GE(script.outLen, (6 + 20) * 32 * 5);
-    EXPECT_THAT(capture.plainMessages(),
-                testing::IsSupersetOf(
-                    {"GetNumPadBytesPerLine = 6", "GetMaxLinesPerBand = 32", "OutBufferSize = 4160",
-                     "After malloc", "After Decomp", "BytesGen = 10", "BytesConverted = 20",
-                     " 1  2  3  4  5  6  7  8  9  A", "LinesPerBand = 1",
-                     "Decompression successful!"}));
+    EXPECT_THAT(
+        capture.plainMessages(),
+        testing::IsSupersetOf(
+            {"GetNumPadBytesPerLine = 6", "GetMaxLinesPerBand = 32", "OutBufferSize = 4160",
+             "After malloc", "After Decomp", "BytesGen = 10", "BytesConverted = 20",
+             " 1  2  3  4  5  6  7  8  9  A", "LinesPerBand = 1", "Decompression successful!"}));
 }
 
 TEST_F(DeComp, LogsTheLinesStillToGo)
@@ -400,9 +404,8 @@ TEST_F(DeComp, BytesThatTheDecoderDidNotConsumeStayRaw)
 {
     start();
     script.bytesGen = 10;
-    for (const auto& [converted, consumed] :
-         {std::pair(5, 5), std::pair(0, 0), std::pair(-1, 0), std::pair(20, 20),
-          std::pair(24, 20)}) {
+    for (const auto& [converted, consumed] : {std::pair(5, 5), std::pair(0, 0), std::pair(-1, 0),
+                                              std::pair(20, 20), std::pair(24, 20)}) {
         script.converted = converted;
         in.Reset();
         const Bytes raw = chunk(20) + chunk(30);
@@ -512,8 +515,9 @@ TEST_F(DeComp, NoStrideEnds)
 
 TEST_F(DeComp, ABlockThatDoesNotFitIsRefused)
 {
-    for (const auto& [pad, lines] : {std::pair(INT_MAX, 32), std::pair(0, INT_MAX),
-                                     std::pair(INT_MIN, 32), std::pair(-100, 32), std::pair(0, -1)}) {
+    for (const auto& [pad, lines] :
+         {std::pair(INT_MAX, 32), std::pair(0, INT_MAX), std::pair(INT_MIN, 32),
+          std::pair(-100, 32), std::pair(0, -1)}) {
         script = Script();
         script.pad = pad;
         script.linesPerBand = lines;
@@ -536,12 +540,12 @@ TEST(CDecomp, HasItsDefaults)
     EXPECT_EQ(CDecomp::DECOMP_DONE, 1);
     EXPECT_EQ(CDecomp::DECOMP_LINE_COMPLETED, 2);
     EXPECT_EQ(CDecomp::DECOMP_ERROR_MORE_DATA, 3);
-    EXPECT_THAT((std::vector<int>{
-                    virtualSlot(&CDecomp::StartDecomp), virtualSlot(&CDecomp::EndDecomp),
-                    virtualSlot(&CDecomp::Decomp), virtualSlot(&CDecomp::SetQualityFactor),
-                    virtualSlot(&CDecomp::GetMaxLinesPerBand),
-                    virtualSlot(&CDecomp::GetNumPadBytesPerLine)}),
-                ElementsAre(2, 3, 4, 5, 6, 7));
+    EXPECT_THAT(
+        (std::vector<int>{virtualSlot(&CDecomp::StartDecomp), virtualSlot(&CDecomp::EndDecomp),
+                          virtualSlot(&CDecomp::Decomp), virtualSlot(&CDecomp::SetQualityFactor),
+                          virtualSlot(&CDecomp::GetMaxLinesPerBand),
+                          virtualSlot(&CDecomp::GetNumPadBytesPerLine)}),
+        ElementsAre(2, 3, 4, 5, 6, 7));
 }
 
 }  // namespace

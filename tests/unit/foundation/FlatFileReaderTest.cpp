@@ -66,7 +66,10 @@ TEST_P(FlatFileReaderContent, IsStored)
     EXPECT_EQ(contentsOf(reader), GetParam().expected);
 }
 
-std::string chars(std::size_t n) { return std::string(n, 'x'); }
+std::string chars(std::size_t n)
+{
+    return std::string(n, 'x');
+}
 
 const FileCase kFiles[] = {
     {"Empty", "", {}},
@@ -114,10 +117,12 @@ const FileCase kFiles[] = {
     {"LaterValueStays", "[INTEGERS]\nA=1\nA=2\n[STRINGS]\nA=x\nA=y\n", {{"A = 2"}, {}, {"A = y"}}},
     {"NoNewlineAtTheEnd", "[INTEGERS]\nA=1", {{"A = 1"}, {}, {}}},
     {"CarriageReturns", "[INTEGERS]\r\nA=1\r\n[STRINGS]\r\nB=x\r\n", {{"A = 1"}, {}, {"B = x"}}},
-    {"LongestLine", "[STRINGS]\nK=" + chars(4092) + "\nL=5\n",
+    {"LongestLine",
+     "[STRINGS]\nK=" + chars(4092) + "\nL=5\n",
      {{}, {}, {"K = " + chars(1019), "L = 5"}}},
     // The listing cuts at 1023 characters, so the split shows in the second entry.
-    {"LongLineIsSplit", "[STRINGS]\nK=" + chars(4093) + "L=5\n",
+    {"LongLineIsSplit",
+     "[STRINGS]\nK=" + chars(4093) + "L=5\n",
      {{}, {}, {"K = " + chars(1019), "L = 5"}}},
     {"RestOfALongLine", "[STRINGS]\nK=" + chars(5000) + "\n", {{}, {}, {"K = " + chars(1019)}}},
     {"SplitHeader", "#" + chars(4094) + "[INTEGERS]\nA=1\n", {{"A = 1"}, {}, {}}},
@@ -154,8 +159,11 @@ TEST(FlatFileReader, ComputedKeysMayBePreset)
 {
     TempFolder folder;
     FlatFileReader reader;
-    reader.LoadConfig(folder.file("model", "[INTEGERS]\nLINES=50\nCURRENTDPI=254\n"
-                                           "[DOUBLES]\nCURRENTBRX=10\n").c_str());
+    reader.LoadConfig(folder
+                          .file("model",
+                                "[INTEGERS]\nLINES=50\nCURRENTDPI=254\n"
+                                "[DOUBLES]\nCURRENTBRX=10\n")
+                          .c_str());
     EXPECT_EQ(reader.GetIntOption("LINES"), 50);
     EXPECT_EQ(reader.GetIntOption("SCANWIDTH"), 100);
 }
@@ -163,9 +171,20 @@ TEST(FlatFileReader, ComputedKeysMayBePreset)
 TEST(FlatFileReader, SurvivesRandomFiles)
 {
     Random random(21);
-    const std::string pieces[] = {"[INTEGERS]", "[DOUBLES]", "[STRINGS]", "=",  "\n", "#",
-                                  " ",          "A",         "99999999999999999999", "1e999",
-                                  "nan",        "-",         std::string(1, '\0'),   "\xFF"};
+    const std::string pieces[] = {"[INTEGERS]",
+                                  "[DOUBLES]",
+                                  "[STRINGS]",
+                                  "=",
+                                  "\n",
+                                  "#",
+                                  " ",
+                                  "A",
+                                  "99999999999999999999",
+                                  "1e999",
+                                  "nan",
+                                  "-",
+                                  std::string(1, '\0'),
+                                  "\xFF"};
     TempFolder folder;
     for (int round = 0; round < 200; ++round) {
         std::string content;
@@ -192,12 +211,11 @@ TEST(FlatFileReader, AMissingFileFails)
     const LogCapture capture;
     FlatFileReader reader;
     EXPECT_EQ(reader.LoadConfig(folder.missing().c_str()), 0);
-    EXPECT_THAT(capture.messages(),
-                ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
-                            "checking config file: " + folder.missing(),
-                            "[ERROR] The file " + folder.missing() +
-                                " does not exist. 2; " + strerror(ENOENT),
-                            "::::::::::::::: METHOD END ::::::::::::::: 0"));
+    EXPECT_THAT(capture.messages(), ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
+                                                "checking config file: " + folder.missing(),
+                                                "[ERROR] The file " + folder.missing() +
+                                                    " does not exist. 2; " + strerror(ENOENT),
+                                                "::::::::::::::: METHOD END ::::::::::::::: 0"));
     EXPECT_THAT(capture.lines()[2], MatchesRegex(".P:[0-9]+ T:-?[0-9]+. src/FlatFileRea : "
                                                  "[0-9]+ +LoadConfig           -- .ERROR. .*"));
 }
@@ -212,8 +230,8 @@ TEST(FlatFileReader, AnUnopenableFileFailsUnderAFixedName)
     EXPECT_THAT(capture.messages(),
                 ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ",
                             "checking config file: " + path, "opening config file: " + path,
-                            "[ERROR] Error opening /tmp/Temp.conf file. " +
-                                std::to_string(ENXIO) + "; " + strerror(ENXIO),
+                            "[ERROR] Error opening /tmp/Temp.conf file. " + std::to_string(ENXIO) +
+                                "; " + strerror(ENXIO),
                             "::::::::::::::: METHOD END ::::::::::::::: 0"));
 }
 
@@ -238,14 +256,14 @@ TEST(FlatFileReader, LogsLinesAndEntries)
     EXPECT_EQ(reader.LoadConfig(path.c_str()), 1);
     EXPECT_THAT(
         capture.messages(),
-        ElementsAre("::::::::::::::: METHOD START ::::::::::::::: ", "checking config file: " + path,
-                    "opening config file: " + path, "config entry = A=0\n",
-                    "config entry = [INTEGERS]\n", "config entry =  A=1=B=2 \n",
-                    "szCurrentKey = A", "iKeyValue = 1", "szCurrentKey = B", "iKeyValue = 2",
-                    "config entry = [DOUBLES]\n", "config entry = C=25.4\n", "szCurrentKey = C",
-                    "iKeyValue = 25.400", "config entry = # x\n", "config entry = \n",
-                    "config entry = [STRINGS]\n", "config entry = D=100%d", "szCurrentKey = D",
-                    "szKeyValue = 100%d", "::::::::::::::: METHOD END ::::::::::::::: 1"));
+        ElementsAre(
+            "::::::::::::::: METHOD START ::::::::::::::: ", "checking config file: " + path,
+            "opening config file: " + path, "config entry = A=0\n", "config entry = [INTEGERS]\n",
+            "config entry =  A=1=B=2 \n", "szCurrentKey = A", "iKeyValue = 1", "szCurrentKey = B",
+            "iKeyValue = 2", "config entry = [DOUBLES]\n", "config entry = C=25.4\n",
+            "szCurrentKey = C", "iKeyValue = 25.400", "config entry = # x\n", "config entry = \n",
+            "config entry = [STRINGS]\n", "config entry = D=100%d", "szCurrentKey = D",
+            "szKeyValue = 100%d", "::::::::::::::: METHOD END ::::::::::::::: 1"));
     EXPECT_EQ(capture.priorities(), std::vector<int>(capture.lines().size(), LOG_DEBUG));
 }
 
@@ -276,9 +294,8 @@ TEST(FlatFileReader, ReadsTrimmedLines)
         EXPECT_STREQ(buffer, expected);
     }
     EXPECT_EQ(reader.ConfigParser(buffer, sizeof buffer, stream.file), nullptr);
-    EXPECT_THAT(capture.plainMessages(),
-                ElementsAre("config entry =  \t a b \v\f\r\n", "config entry = \n",
-                            "config entry = last"));
+    EXPECT_THAT(capture.plainMessages(), ElementsAre("config entry =  \t a b \v\f\r\n",
+                                                     "config entry = \n", "config entry = last"));
 }
 
 TEST(FlatFileReader, ReadsNoMoreThanTheBufferHolds)

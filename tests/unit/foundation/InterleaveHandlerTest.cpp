@@ -21,7 +21,10 @@ struct Geometry {
     int trim;       // pixels skipped in each half-line
 };
 
-int channelsOf(const Geometry& g) { return g.type == GRAY ? 1 : 3; }
+int channelsOf(const Geometry& g)
+{
+    return g.type == GRAY ? 1 : 3;
+}
 
 void prepare(ImageData& image, const Geometry& g, int lines = 1000)
 {
@@ -108,12 +111,18 @@ TEST_P(Interleaved, OneLineIsEnoughAndOneByteLessIsNot)
 }
 
 const Geometry kGeometries[] = {
-    {"Colour", RGB, 8, 24, 0, 0},         {"Grey", GRAY, 16, 16, 0, 0},
-    {"Cropped", RGB, 20, 30, 4, 0},       {"CroppedGrey", GRAY, 20, 9, 3, 0},
-    {"Trimmed", RGB, 12, 36, 0, 2},       {"TrimmedGrey", GRAY, 12, 12, 0, 3},
-    {"OddWidth", RGB, 7, 21, 0, 0},       {"OddGreyWidth", GRAY, 7, 7, 0, 1},
-    {"All", RGB, 30, 60, 5, 1},           {"StrideBeyondTheLine", RGB, 4, 20, 0, 0},
-    {"OffsetAtTheEnd", GRAY, 10, 6, 8, 0}, {"OffsetBeyondTheLine", GRAY, 10, 4, 30, 0},
+    {"Colour", RGB, 8, 24, 0, 0},
+    {"Grey", GRAY, 16, 16, 0, 0},
+    {"Cropped", RGB, 20, 30, 4, 0},
+    {"CroppedGrey", GRAY, 20, 9, 3, 0},
+    {"Trimmed", RGB, 12, 36, 0, 2},
+    {"TrimmedGrey", GRAY, 12, 12, 0, 3},
+    {"OddWidth", RGB, 7, 21, 0, 0},
+    {"OddGreyWidth", GRAY, 7, 7, 0, 1},
+    {"All", RGB, 30, 60, 5, 1},
+    {"StrideBeyondTheLine", RGB, 4, 20, 0, 0},
+    {"OffsetAtTheEnd", GRAY, 10, 6, 8, 0},
+    {"OffsetBeyondTheLine", GRAY, 10, 4, 30, 0},
     {"TrimBeyondTheLine", RGB, 10, 30, 0, 50},
 };
 
@@ -185,10 +194,10 @@ TEST(InterleaveHandler, LogsItsSteps)
     in.SetProcessedDataSize(1);
     const LogCapture more;
     handler.DoInterleave(&in, &image);
-    EXPECT_THAT(more.plainMessages(),
-                ElementsAre("InterleaveStride = 12", "ScanData->GetProcessedDataSize = 12",
-                            "fullWidth = 4", "channel = 3", "croppedWidth = 9",
-                            "horizontalOffset = 1", "trimmedPixel = 0"));
+    EXPECT_THAT(
+        more.plainMessages(),
+        ElementsAre("InterleaveStride = 12", "ScanData->GetProcessedDataSize = 12", "fullWidth = 4",
+                    "channel = 3", "croppedWidth = 9", "horizontalOffset = 1", "trimmedPixel = 0"));
 }
 
 TEST(InterleaveHandler, FollowsTheModelOverRandomGeometries)

@@ -19,12 +19,15 @@ struct Page {
     Bytes data;  // on the raw side
 };
 
-int channelsOf(const Page& page) { return page.type == GRAY ? 1 : 3; }
+int channelsOf(const Page& page)
+{
+    return page.type == GRAY ? 1 : 3;
+}
 
 void prepare(ImageData& image, const Page& page)
 {
-    image.SetAttributes(page.width, 1 << 16, page.stride, page.type, page.flip,
-                        COMPRESSION_OFF_RAW, 0);
+    image.SetAttributes(page.width, 1 << 16, page.stride, page.type, page.flip, COMPRESSION_OFF_RAW,
+                        0);
     append(image, page.data);
 }
 
@@ -99,7 +102,10 @@ TEST(IMBGRtoRGB, SwapsPixels)
     const Expected cases[] = {
         {{"Lines", BGR, FLIP_OFF, 2, 6, two}, 12, 1, swapped},
         {{"OneLine", BGR, FLIP_OFF, 4, 12, two}, 12, 1, swapped},
-        {{"FirstLineOnly", BGR, FLIP_OFF, 2, 6, two}, 6, 1, slice(swapped, 0, 6) + slice(two, 6, 12)},
+        {{"FirstLineOnly", BGR, FLIP_OFF, 2, 6, two},
+         6,
+         1,
+         slice(swapped, 0, 6) + slice(two, 6, 12)},
         {{"Rgb", RGB, FLIP_OFF, 2, 6, two}, 12, 0, two},
         {{"Grey", GRAY, FLIP_OFF, 6, 6, two}, 12, 0, two},
         {{"Unknown", UNKNOWN, FLIP_OFF, 2, 6, two}, 12, 0, two},
@@ -107,7 +113,9 @@ TEST(IMBGRtoRGB, SwapsPixels)
         {{"LessThanNothing", BGR, FLIP_OFF, 2, 6, two}, -6, 0, two},
         // The bound of a line counts from the first one without the padding: the second
         // line, from byte 8, is swapped up to byte 12 only.
-        {{"Padded", BGR, FLIP_OFF, 2, 8, counting(16, 1)}, 16, 1,
+        {{"Padded", BGR, FLIP_OFF, 2, 8, counting(16, 1)},
+         16,
+         1,
          {3, 2, 1, 6, 5, 4, 7, 8, 11, 10, 9, 14, 13, 12, 15, 16}},
         // Behind whole lines, positions are compared with the remainder.
         {{"Remainder", BGR, FLIP_OFF, 4, 12, two}, 7, 1, slice(swapped, 0, 6) + slice(two, 6, 12)},
@@ -129,7 +137,9 @@ TEST(IMSideFlip, MirrorsLines)
         {{"OddColour", BGR, FLIP_ON, 3, 9, counting(9, 1)}, 9, 1, {7, 8, 9, 4, 5, 6, 1, 2, 3}},
         {{"PaddedColour", RGB, FLIP_ON, 1, 4, counting(8, 1)}, 8, 1, counting(8, 1)},
         {{"PaddedColourPair", RGB, FLIP_ON, 2, 8, counting(8, 1)}, 8, 1, {4, 5, 6, 1, 2, 3, 7, 8}},
-        {{"PartialLineStays", GRAY, FLIP_ON, 6, 6, data}, 11, 1,
+        {{"PartialLineStays", GRAY, FLIP_ON, 6, 6, data},
+         11,
+         1,
          {6, 5, 4, 3, 2, 1, 7, 8, 9, 10, 11, 12}},
         {{"Off", GRAY, FLIP_OFF, 6, 6, data}, 12, 0, data},
         {{"Nothing", GRAY, FLIP_ON, 6, 6, data}, 0, 0, data},
@@ -164,8 +174,12 @@ void expectModel(int (*model)(const Page&, int, Bytes&), unsigned seed, bool nar
 {
     Random random(seed);
     for (int round = 0; round < 600; ++round) {
-        Page page = {"", static_cast<TripletTypeEnum>(random.pick(0, 3)),
-                     static_cast<FlipEnum>(random.pick(0, 4) != 0), random.pick(1, 12), 0, {}};
+        Page page = {"",
+                     static_cast<TripletTypeEnum>(random.pick(0, 3)),
+                     static_cast<FlipEnum>(random.pick(0, 4) != 0),
+                     random.pick(1, 12),
+                     0,
+                     {}};
         const int pixels = page.width * channelsOf(page);
         page.stride = pixels + (random.pick(0, 1) == 0 ? 0 : random.pick(0, 9));
         if (narrowStrides && random.pick(0, 3) == 0) {
@@ -184,9 +198,15 @@ void expectModel(int (*model)(const Page&, int, Bytes&), unsigned seed, bool nar
     }
 }
 
-TEST(IMBGRtoRGB, FollowsTheModel) { expectModel<IMBGRtoRGB>(swapColours, 81, true); }
+TEST(IMBGRtoRGB, FollowsTheModel)
+{
+    expectModel<IMBGRtoRGB>(swapColours, 81, true);
+}
 
-TEST(IMSideFlip, FollowsTheModel) { expectModel<IMSideFlip>(mirror, 82, false); }
+TEST(IMSideFlip, FollowsTheModel)
+{
+    expectModel<IMSideFlip>(mirror, 82, false);
+}
 
 // ---- geometries that make no sense --------------------------------------------------------------
 
@@ -216,7 +236,10 @@ void expectHarmless(TripletTypeEnum type)
     EXPECT_EQ(empty.GetAllDataSize(), 0);
 }
 
-TEST(IMBGRtoRGB, UnusualGeometriesAreHarmless) { expectHarmless<IMBGRtoRGB>(BGR); }
+TEST(IMBGRtoRGB, UnusualGeometriesAreHarmless)
+{
+    expectHarmless<IMBGRtoRGB>(BGR);
+}
 
 TEST(IMSideFlip, UnusualGeometriesAreHarmless)
 {

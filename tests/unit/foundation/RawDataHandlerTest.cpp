@@ -53,15 +53,13 @@ const char* const kFlip = "SideFlip object created.";
 
 INSTANTIATE_TEST_SUITE_P(
     Stores, Chain,
-    testing::Values(ChainCase{"Nothing", {{"SCANBARID", 3}}, {}},
-                    ChainCase{"Swap", {{"BGRTORGB", 1}}, {kSwap}},
-                    ChainCase{"SwapByAnyValue", {{"BGRTORGB", -1}}, {kSwap}},
-                    ChainCase{"FlatbedFlip", {{"FLATBEDSIDEFLIP", 1}}, {kFlip}},
-                    ChainCase{"FeederFlip", {{"ADFSIDEFLIP", 1}}, {kFlip}},
-                    ChainCase{"OneFlipForBoth", {{"ADFSIDEFLIP", 1}, {"FLATBEDSIDEFLIP", 1}}, {kFlip}},
-                    ChainCase{"InOrder",
-                              {{"FLATBEDSIDEFLIP", 1}, {"BGRTORGB", 1}},
-                              {kSwap, kFlip}}),
+    testing::Values(
+        ChainCase{"Nothing", {{"SCANBARID", 3}}, {}}, ChainCase{"Swap", {{"BGRTORGB", 1}}, {kSwap}},
+        ChainCase{"SwapByAnyValue", {{"BGRTORGB", -1}}, {kSwap}},
+        ChainCase{"FlatbedFlip", {{"FLATBEDSIDEFLIP", 1}}, {kFlip}},
+        ChainCase{"FeederFlip", {{"ADFSIDEFLIP", 1}}, {kFlip}},
+        ChainCase{"OneFlipForBoth", {{"ADFSIDEFLIP", 1}, {"FLATBEDSIDEFLIP", 1}}, {kFlip}},
+        ChainCase{"InOrder", {{"FLATBEDSIDEFLIP", 1}, {"BGRTORGB", 1}}, {kSwap, kFlip}}),
     CaseName());
 
 class RawData : public testing::Test {
@@ -256,7 +254,8 @@ TEST(RawDataHandler, UnusualStridesEnd)
     }
 }
 
-// ---- CheckForMultipleScanbars ----------------------------------------------------------------------
+// ---- CheckForMultipleScanbars
+// ----------------------------------------------------------------------
 
 struct ScanBarCase {
     const char* name;

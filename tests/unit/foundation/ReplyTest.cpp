@@ -60,8 +60,9 @@ Bytes propertiesReply(const Bytes& data)
 
 Bytes twoSources()
 {
-    return properties({source(1, 7, 100, 2550, 3508, {resolution(300, 300, 24), resolution(600, 300, 8)}),
-                       source(2, 8, -1, 0x01020304, 0x7F000000, {resolution(150, 150, 24)})});
+    return properties(
+        {source(1, 7, 100, 2550, 3508, {resolution(300, 300, 24), resolution(600, 300, 8)}),
+         source(2, 8, -1, 0x01020304, 0x7F000000, {resolution(150, 150, 24)})});
 }
 
 int set(CResponse& response, const Bytes& reply)
@@ -168,8 +169,7 @@ TEST(CResponse, NamesTheCommandOfEveryCode)
         set(response, {0x1B, 0x53, c, 0, 0, 0, 9, 0});
         const LogCapture capture;
         EXPECT_EQ(response.getReply(), expected) << code;
-        EXPECT_THAT(capture.messages(),
-                    Contains("getReply value of " + std::to_string(expected)));
+        EXPECT_THAT(capture.messages(), Contains("getReply value of " + std::to_string(expected)));
         EXPECT_FALSE(capture.contains("entering command wake"));
         set(response, {0x1B, 0x44, c, 0, 0, 0, 9, 0});
         EXPECT_EQ(response.getReply(), code == 0x04 ? 6 : 0) << code;
@@ -386,9 +386,9 @@ TEST(Records, KeepACopy)
 void walk(const CProps& props)
 {
     const auto isByte = [](int value) { return value >= -1 && value <= 255; };
-    for (const auto getter : {&CProps::getMajor, &CProps::getMinor, &CProps::getCodeset,
-                              &CProps::getCompression, &CProps::getAlignmentClr,
-                              &CProps::getAlignmentGry}) {
+    for (const auto getter :
+         {&CProps::getMajor, &CProps::getMinor, &CProps::getCodeset, &CProps::getCompression,
+          &CProps::getAlignmentClr, &CProps::getAlignmentGry}) {
         EXPECT_TRUE(isByte((props.*getter)()));
     }
     const int sources = props.getNumOfSources();
@@ -423,7 +423,8 @@ TEST(CResponse, TruncatedPropertiesTellWhatArrived)
     for (int size = 6; size <= sizeOf(whole); ++size) {
         CResponse response;
         // An exact heap block, so that a read past it shows.
-        const std::unique_ptr<unsigned char[]> exact(new unsigned char[static_cast<std::size_t>(size)]);
+        const std::unique_ptr<unsigned char[]> exact(
+            new unsigned char[static_cast<std::size_t>(size)]);
         std::copy_n(whole.begin(), size, exact.get());
         EXPECT_EQ(response.setHeader(exact.get(), size), 0);
         const CProps* props = response.getProperties();
@@ -552,7 +553,8 @@ TEST(Records, UnusualSizesAreHarmless)
         }
     }
     CSources cut;
-    const Bytes record = slice(source(1, 2, 3, 4, 5, {resolution(6, 7, 8), resolution(9, 9, 9)}), 0, 20);
+    const Bytes record =
+        slice(source(1, 2, 3, 4, 5, {resolution(6, 7, 8), resolution(9, 9, 9)}), 0, 20);
     EXPECT_EQ(cut.setData(record.data(), sizeOf(record)), 0);
     ASSERT_NE(cut.getScanRes(1), nullptr);
     EXPECT_EQ(valueOf(*cut.getScanRes(0), &CScanRes::getHorRes), 6);

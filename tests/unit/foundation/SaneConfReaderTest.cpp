@@ -38,7 +38,10 @@ TEST_P(SaneConfReaderContent, IsListed)
     EXPECT_EQ(entriesOf(reader), GetParam().expected);
 }
 
-std::string chars(std::size_t n, char c = 'x') { return std::string(n, c); }
+std::string chars(std::size_t n, char c = 'x')
+{
+    return std::string(n, c);
+}
 
 const LineCase kContents[] = {
     {"Empty", "", {}},
@@ -60,15 +63,11 @@ const LineCase kContents[] = {
     {"UnderscoresOfTheModelOnly", "usb 1 2 /a_b _A__B_\n", {"1 2 /a_b| A  B "}},
     {"DuplicatesStay", "usb 1 2 /a X\nusb 1 2 /b Y\n", {"1 2 /a|X", "1 2 /b|Y"}},
     {"NoNewlineAtTheEnd", "usb 1 2 /a X", {"1 2 /a|X"}},
-    {"SkipsBadLinesOnly",
-     "garbage\nusb 1 2 /a X\nusb\nusb 3 4 /b Y\n",
-     {"1 2 /a|X", "3 4 /b|Y"}},
+    {"SkipsBadLinesOnly", "garbage\nusb 1 2 /a X\nusb\nusb 3 4 /b Y\n", {"1 2 /a|X", "3 4 /b|Y"}},
     {"LongFields",
      "usb 1 2 " + chars(2000) + " " + chars(2000, 'y') + "\n",
      {"1 2 " + chars(2000) + "|" + chars(2000, 'y')}},
-    {"FieldUpToTheEndOfTheBuffer",
-     "usb 1 2 /a " + chars(4084) + "\n",
-     {"1 2 /a|" + chars(4084)}},
+    {"FieldUpToTheEndOfTheBuffer", "usb 1 2 /a " + chars(4084) + "\n", {"1 2 /a|" + chars(4084)}},
     // A line is cut at 4095 characters; the rest is a line of its own.
     {"LongLineIsSplit", "#" + chars(4094) + "usb 1 2 /a X\n", {"1 2 /a|X"}},
     {"LongCommentHidesItsSecondPart", "#" + chars(4093) + "usb 1 2 /a X\n", {}},
@@ -179,8 +178,8 @@ TEST(SaneConfReader, ReadsSilently)
 TEST(SaneConfReader, SurvivesRandomFiles)
 {
     Random random(31);
-    const std::string pieces[] = {"usb", " ", "0x", "ffffffffffffffffffff", "-1", "/a",
-                                  "_",   "#", "\n", std::string(1, '\0'), "\xFF", "%s"};
+    const std::string pieces[] = {"usb", " ", "0x", "ffffffffffffffffffff", "-1",   "/a",
+                                  "_",   "#", "\n", std::string(1, '\0'),   "\xFF", "%s"};
     TempFolder folder;
     for (int round = 0; round < 200; ++round) {
         std::string content = round % 2 == 0 ? "usb 1 2 " : "";

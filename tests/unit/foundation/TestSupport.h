@@ -28,7 +28,10 @@
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
-inline int sizeOf(const Bytes& bytes) { return static_cast<int>(bytes.size()); }
+inline int sizeOf(const Bytes& bytes)
+{
+    return static_cast<int>(bytes.size());
+}
 
 // n bytes that count up from first.
 inline Bytes counting(int n, int first = 0)
@@ -65,10 +68,7 @@ public:
     explicit Random(unsigned seed) : engine(seed) {}
 
     // A number from low to high, both included.
-    int pick(int low, int high)
-    {
-        return std::uniform_int_distribution<int>(low, high)(engine);
-    }
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine); }
     unsigned char byte() { return static_cast<unsigned char>(pick(0, 255)); }
     Bytes bytes(int n)
     {
@@ -238,11 +238,11 @@ int virtualSlot(Member member)
 
 // PRIVATE_MEMBER(Class, member, Type) defines member(Class&) for a data member that no
 // public function shows.
-#define PRIVATE_MEMBER(Class, name, Type)                         \
-    template <typename Tag, Type Class::*Pointer>                 \
-    struct Expose_##name {                                        \
+#define PRIVATE_MEMBER(Class, name, Type)                            \
+    template <typename Tag, Type Class::*Pointer>                    \
+    struct Expose_##name {                                           \
         friend Type& name(Class& object) { return object.*Pointer; } \
-    };                                                            \
-    struct Tag_##name {};                                         \
-    Type& name(Class& object);                                    \
+    };                                                               \
+    struct Tag_##name {};                                            \
+    Type& name(Class& object);                                       \
     template struct Expose_##name<Tag_##name, &Class::name>

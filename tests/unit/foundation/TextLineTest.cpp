@@ -26,8 +26,14 @@ TEST(TextLine, SkipsLeadingWhiteSpace)
 TEST(TextLine, TrimsInPlace)
 {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"", ""},           {"x", "x"},          {" x", "x"},     {"x\r\n", "x"},
-        {" a  b\t", "a  b"}, {" \t\r\n ", ""},    {"\n", ""},      {"\xA0x\xA0", "\xA0x\xA0"},
+        {"", ""},
+        {"x", "x"},
+        {" x", "x"},
+        {"x\r\n", "x"},
+        {" a  b\t", "a  b"},
+        {" \t\r\n ", ""},
+        {"\n", ""},
+        {"\xA0x\xA0", "\xA0x\xA0"},
         {"  long text  ", "long text"},
     };
     for (const auto& [given, expected] : cases) {

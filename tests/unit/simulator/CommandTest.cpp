@@ -4,13 +4,15 @@ namespace scansim::test {
 
 namespace {
 
-HostCommand command(std::uint32_t protocol) {
+HostCommand command(std::uint32_t protocol)
+{
     HostCommand host;
     host.protocol = protocol;
     return host;
 }
 
-std::string protocolSetting(std::uint32_t protocol) {
+std::string protocolSetting(std::uint32_t protocol)
+{
     return "protocol=" + std::to_string(protocol);
 }
 
@@ -19,7 +21,8 @@ std::string protocolSetting(std::uint32_t protocol) {
 class EveryProtocol : public testing::TestWithParam<std::uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(Command, EveryProtocol, testing::Values(326U, 401U, 402U));
 
-TEST_P(EveryProtocol, RightCommandsAreNotComplainedAbout) {
+TEST_P(EveryProtocol, RightCommandsAreNotComplainedAbout)
+{
     Bench bench({protocolSetting(GetParam()), "feeder.sheets=0"});
     bench.begin(command(GetParam()));
     while (!bench.read().empty()) {
@@ -29,7 +32,8 @@ TEST_P(EveryProtocol, RightCommandsAreNotComplainedAbout) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST_P(EveryProtocol, WrongLengthIsNoCommand) {
+TEST_P(EveryProtocol, WrongLengthIsNoCommand)
+{
     Bench bench({protocolSetting(GetParam())});
     Bytes bytes = command(GetParam()).bytes();
     bytes.pop_back();
@@ -38,7 +42,8 @@ TEST_P(EveryProtocol, WrongLengthIsNoCommand) {
     EXPECT_TRUE(bench.read().empty());
 }
 
-TEST_P(EveryProtocol, EveryHeaderByteCounts) {
+TEST_P(EveryProtocol, EveryHeaderByteCounts)
+{
     for (std::size_t i = 3; i < 8; ++i) {
         Bench bench({protocolSetting(GetParam()), "feeder.sheets=0"});
         if (GetParam() == 402) {
@@ -51,7 +56,8 @@ TEST_P(EveryProtocol, EveryHeaderByteCounts) {
     }
 }
 
-TEST(Command, EveryConstantByteOf402Counts) {
+TEST(Command, EveryConstantByteOf402Counts)
+{
     for (std::size_t i = 33; i < 43; ++i) {
         Bench bench({"protocol=402"});
         bench.send(CommandId::Wake);
@@ -62,7 +68,8 @@ TEST(Command, EveryConstantByteOf402Counts) {
     }
 }
 
-TEST(Command, UnknownCommandIsComplainedAbout) {
+TEST(Command, UnknownCommandIsComplainedAbout)
+{
     Bench bench;
     bench.send(Bytes{0x1B, 0x53, 0x77, 0, 0, 0, 0x80, 0});
     bench.send(Bytes{});
@@ -92,7 +99,8 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongField{"unknownSource", [](HostCommand& c) { c.source = 0; }}),
     [](const auto& field) { return field.param.name; });
 
-TEST_P(EveryField, WrongIsComplainedAboutAndRefused) {
+TEST_P(EveryField, WrongIsComplainedAboutAndRefused)
+{
     Bench bench({"protocol=401"});
     HostCommand host = command(401);
     GetParam().spoil(host);
@@ -102,7 +110,8 @@ TEST_P(EveryField, WrongIsComplainedAboutAndRefused) {
     EXPECT_FALSE(bench.scanner->isLocked());
 }
 
-TEST(Command, AreaMayFillTheSource) {
+TEST(Command, AreaMayFillTheSource)
+{
     Bench bench({"protocol=401"});
     HostCommand host = command(401);
     host.pixels = 638;
@@ -111,7 +120,8 @@ TEST(Command, AreaMayFillTheSource) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Command, ResolutionHasToBeASquareOneOfTheSource) {
+TEST(Command, ResolutionHasToBeASquareOneOfTheSource)
+{
     Bench bench({"protocol=401"});
     HostCommand host = command(401);
     host.dpi = host.verticalDpi = 150;  // the model has 150x300
@@ -125,7 +135,8 @@ TEST(Command, ResolutionHasToBeASquareOneOfTheSource) {
     EXPECT_EQ(bench.complaints(), 2U);
 }
 
-TEST(Command, ModelCanExpectCompression) {
+TEST(Command, ModelCanExpectCompression)
+{
     Bench bench({"protocol=401", "compression=1", "compression-level=6"});
     HostCommand host = command(401);
     bench.send(host, CommandId::Lock);
@@ -136,7 +147,8 @@ TEST(Command, ModelCanExpectCompression) {
     EXPECT_EQ(bench.complaints(), 2U);
 }
 
-TEST(NpaFrame, IsTakenOffWithEveryPadding) {
+TEST(NpaFrame, IsTakenOffWithEveryPadding)
+{
     for (std::uint32_t protocol : {326U, 401U, 402U}) {
         Bench bench({protocolSetting(protocol), "npa=1", "feeder.sheets=0"});
         if (protocol == 402) {
@@ -151,7 +163,8 @@ TEST(NpaFrame, IsTakenOffWithEveryPadding) {
     }
 }
 
-TEST(NpaFrame, EveryByteOfItCounts) {
+TEST(NpaFrame, EveryByteOfItCounts)
+{
     const Bytes good = npaFrame(command(401).bytes());
     ASSERT_EQ(good.size(), 56U);
     ASSERT_EQ(good[11], 2);
@@ -167,7 +180,8 @@ TEST(NpaFrame, EveryByteOfItCounts) {
     }
 }
 
-TEST(NpaFrame, IsNotMissedNorUnasked) {
+TEST(NpaFrame, IsNotMissedNorUnasked)
+{
     Bench framed({"npa=1"});
     framed.send(CommandId::Unlock);
     EXPECT_EQ(framed.complaints(), 1U);

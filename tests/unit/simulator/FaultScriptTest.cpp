@@ -7,7 +7,8 @@ namespace scansim::test {
 
 namespace {
 
-std::string errorOf(const std::string& rule) {
+std::string errorOf(const std::string& rule)
+{
     try {
         FaultScript().add(rule);
     } catch (const InputError& error) {
@@ -19,7 +20,8 @@ std::string errorOf(const std::string& rule) {
 // Begins a flatbed page on a scanner with one fault, and reads the page marker.
 struct FaultyPage {
     explicit FaultyPage(const std::string& fault, const std::string& setting = "block-size=1000")
-        : bench({"feeder.sheets=0", "fault=" + fault, setting}) {
+        : bench({"feeder.sheets=0", "fault=" + fault, setting})
+    {
         bench.begin(HostCommand());
         bench.read();
     }
@@ -28,7 +30,8 @@ struct FaultyPage {
 
 }  // namespace
 
-TEST(FaultScript, CountsOccurrences) {
+TEST(FaultScript, CountsOccurrences)
+{
     FaultScript script;
     script.add("block 2: stall");
     script.add("reply lock always: status 130");
@@ -41,7 +44,8 @@ TEST(FaultScript, CountsOccurrences) {
     }
 }
 
-TEST(FaultScript, HasDefaults) {
+TEST(FaultScript, HasDefaults)
+{
     FaultScript script;
     script.add("claim: refuse");
     script.add("reply 3: truncate");
@@ -49,7 +53,8 @@ TEST(FaultScript, HasDefaults) {
     EXPECT_EQ(script.happen(FaultEvent::Reply, CommandId::Lock)->argument, 5U);
 }
 
-TEST(FaultScript, RefusesNonsense) {
+TEST(FaultScript, RefusesNonsense)
+{
     EXPECT_NE(errorOf("block").find("EVENT: ACTION"), std::string::npos);
     EXPECT_NE(errorOf("blook: stall").find("unknown event"), std::string::npos);
     EXPECT_NE(errorOf("block: explode").find("unknown action"), std::string::npos);
@@ -62,15 +67,18 @@ TEST(FaultScript, RefusesNonsense) {
     EXPECT_NE(errorOf("reply dance: stall").find("name of a command"), std::string::npos);
 }
 
-TEST(FaultScript, HelpNamesEveryAction) {
+TEST(FaultScript, HelpNamesEveryAction)
+{
     const std::string help = FaultScript::help();
-    for (const char* word : {"stall", "timeout", "unplug", "replug", "refuse", "busy", "held", "zero", "short", "delay",
-                             "stray", "garbage", "truncate", "status", "feeder", "flip", "jam", "cut"}) {
+    for (const char* word :
+         {"stall", "timeout", "unplug", "replug", "refuse", "busy", "held", "zero", "short",
+          "delay", "stray", "garbage", "truncate", "status", "feeder", "flip", "jam", "cut"}) {
         EXPECT_NE(help.find(std::string("\n  ") + word), std::string::npos) << word;
     }
 }
 
-TEST(Fault, TransferFailures) {
+TEST(Fault, TransferFailures)
+{
     const std::pair<const char*, TransferResult> cases[] = {{"stall", TransferResult::Stall},
                                                             {"unplug", TransferResult::Unplug},
                                                             {"replug", TransferResult::Replug}};
@@ -82,7 +90,8 @@ TEST(Fault, TransferFailures) {
     }
 }
 
-TEST(Fault, CommandFailures) {
+TEST(Fault, CommandFailures)
+{
     Bench stall({"fault=command properties: stall"});
     EXPECT_EQ(stall.send(CommandId::Properties), TransferResult::Stall);
     Bench timeout({"fault=command properties 2: timeout"});
@@ -93,7 +102,8 @@ TEST(Fault, CommandFailures) {
     EXPECT_EQ(timeout.send(CommandId::Properties), TransferResult::Done);
 }
 
-TEST(Fault, TimeoutSilencesTheScannerUntilItIsReset) {
+TEST(Fault, TimeoutSilencesTheScannerUntilItIsReset)
+{
     FaultyPage page("block: timeout");
     EXPECT_TRUE(page.bench.read().empty());
     EXPECT_EQ(page.bench.lastResult, TransferResult::Nothing);
@@ -103,7 +113,8 @@ TEST(Fault, TimeoutSilencesTheScannerUntilItIsReset) {
     EXPECT_EQ(page.bench.read().at(8), 9);
 }
 
-TEST(Fault, ZeroAndShortTransfers) {
+TEST(Fault, ZeroAndShortTransfers)
+{
     FaultyPage zero("block: zero");
     EXPECT_TRUE(zero.bench.read().empty());
     EXPECT_EQ(zero.bench.lastResult, TransferResult::Done);
@@ -113,14 +124,16 @@ TEST(Fault, ZeroAndShortTransfers) {
     EXPECT_EQ(cut.bench.read().size(), 1002U);
 }
 
-TEST(Fault, FaultyBlocksAreNotPacked) {
+TEST(Fault, FaultyBlocksAreNotPacked)
+{
     FaultyPage page("block 3: stall", "block-transfers=packed");
     EXPECT_EQ(page.bench.read().size(), 2018U);
     page.bench.read();
     EXPECT_EQ(page.bench.lastResult, TransferResult::Stall);
 }
 
-TEST(Fault, GarbageStrayAndTruncatedReplies) {
+TEST(Fault, GarbageStrayAndTruncatedReplies)
+{
     Bench garbage({"fault=reply properties: garbage 6"});
     garbage.send(CommandId::Properties);
     EXPECT_EQ(garbage.read().size(), 6U);
@@ -134,7 +147,8 @@ TEST(Fault, GarbageStrayAndTruncatedReplies) {
     EXPECT_EQ(truncated.read(), (Bytes{0x1B, 0x53, 0x03, 0}));
 }
 
-TEST(Fault, DelayedReply) {
+TEST(Fault, DelayedReply)
+{
     Bench bench({"fault=reply properties: delay 250"});
     bench.scanner->setNow(1000);
     bench.send(CommandId::Properties);
@@ -144,7 +158,8 @@ TEST(Fault, DelayedReply) {
     EXPECT_EQ(bench.read().at(2), 0x03);
 }
 
-TEST(Fault, StatusFeederAndFlipOfAReply) {
+TEST(Fault, StatusFeederAndFlipOfAReply)
+{
     Bench status({"fault=reply lock: status 130", "feeder.sheets=0"});
     status.send(HostCommand(), CommandId::Lock);
     EXPECT_EQ(status.read().at(6), 130);
@@ -159,7 +174,8 @@ TEST(Fault, StatusFeederAndFlipOfAReply) {
     EXPECT_EQ(flip.read().at(9), 1);
 }
 
-TEST(Fault, RefusedStartPlaysNoPage) {
+TEST(Fault, RefusedStartPlaysNoPage)
+{
     Bench bench({"fault=reply start: status 136", "feeder.sheets=0"});
     bench.begin(HostCommand());
     EXPECT_TRUE(bench.read().empty());
@@ -168,7 +184,8 @@ TEST(Fault, RefusedStartPlaysNoPage) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Fault, JamEndsThePage) {
+TEST(Fault, JamEndsThePage)
+{
     FaultyPage page("block 3: jam");
     page.bench.read();
     page.bench.read();
@@ -182,7 +199,8 @@ TEST(Fault, JamEndsThePage) {
     EXPECT_EQ(last.at(8), 5);
 }
 
-TEST(Fault, CutPageEndsEarly) {
+TEST(Fault, CutPageEndsEarly)
+{
     FaultyPage page("page: cut 1500");
     std::size_t size = 0;
     Bytes last;

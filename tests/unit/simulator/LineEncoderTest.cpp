@@ -9,13 +9,15 @@ namespace scansim::test {
 
 namespace {
 
-Bytes pageLine(std::uint32_t pixels, std::uint32_t channels) {
+Bytes pageLine(std::uint32_t pixels, std::uint32_t channels)
+{
     Bytes line(std::size_t{pixels} * channels);
     std::iota(line.begin(), line.end(), std::uint8_t{1});
     return line;
 }
 
-Bytes encoded(const LineLayout& layout, std::uint32_t pixels, std::uint32_t channels) {
+Bytes encoded(const LineLayout& layout, std::uint32_t pixels, std::uint32_t channels)
+{
     LineEncoder encoder(layout, pixels, channels);
     Bytes device(encoder.deviceLineSize());
     encoder.encode(pageLine(pixels, channels).data(), device.data());
@@ -24,7 +26,9 @@ Bytes encoded(const LineLayout& layout, std::uint32_t pixels, std::uint32_t chan
 
 // How a host puts the half-lines together: alternately by the parity of the byte position, behind
 // the trimmed pixels, then cut to the wanted ones.
-Bytes merged(const Bytes& device, const LineLayout& layout, std::uint32_t pixels, std::uint32_t channels) {
+Bytes merged(const Bytes& device, const LineLayout& layout, std::uint32_t pixels,
+             std::uint32_t channels)
+{
     const std::size_t half = device.size() / 2;
     Bytes line(device.size());
     std::size_t fromA = std::size_t{layout.trim} * channels;
@@ -43,26 +47,30 @@ Bytes merged(const Bytes& device, const LineLayout& layout, std::uint32_t pixels
 
 }  // namespace
 
-TEST(LineEncoder, RawIsThePageItself) {
+TEST(LineEncoder, RawIsThePageItself)
+{
     EXPECT_EQ(encoded({}, 5, 3), pageLine(5, 3));
     EXPECT_EQ(encoded({}, 5, 1), pageLine(5, 1));
 }
 
-TEST(LineEncoder, MirrorsPixels) {
+TEST(LineEncoder, MirrorsPixels)
+{
     LineLayout layout;
     layout.isMirrored = true;
     EXPECT_EQ(encoded(layout, 3, 3), (Bytes{7, 8, 9, 4, 5, 6, 1, 2, 3}));
     EXPECT_EQ(encoded(layout, 3, 1), (Bytes{3, 2, 1}));
 }
 
-TEST(LineEncoder, SwapsColoursButNotGrey) {
+TEST(LineEncoder, SwapsColoursButNotGrey)
+{
     LineLayout layout;
     layout.isBgr = true;
     EXPECT_EQ(encoded(layout, 2, 3), (Bytes{3, 2, 1, 6, 5, 4}));
     EXPECT_EQ(encoded(layout, 2, 1), (Bytes{1, 2}));
 }
 
-TEST(LineEncoder, HalfLinesWithJunkAroundThem) {
+TEST(LineEncoder, HalfLinesWithJunkAroundThem)
+{
     LineLayout layout;
     layout.isInterleaved = true;
     layout.offsetX = 1;
@@ -71,7 +79,8 @@ TEST(LineEncoder, HalfLinesWithJunkAroundThem) {
     EXPECT_EQ(encoded(layout, 4, 1), (Bytes{0xA5, 0xA5, 2, 4, 0xA5, 1, 3, 0xA5}));
 }
 
-TEST(LineEncoder, HostsMergeGivesThePageBack) {
+TEST(LineEncoder, HostsMergeGivesThePageBack)
+{
     for (std::uint32_t channels : {1U, 3U}) {
         for (std::uint32_t pixels : {1U, 2U, 7U, 8U, 25U}) {
             for (std::uint32_t offset : {0U, 1U, 2U, 5U}) {
@@ -82,7 +91,8 @@ TEST(LineEncoder, HostsMergeGivesThePageBack) {
                     layout.trim = trim;
                     EXPECT_EQ(merged(encoded(layout, pixels, channels), layout, pixels, channels),
                               pageLine(pixels, channels))
-                        << pixels << " pixels, " << channels << " channels, offset " << offset << ", trim " << trim;
+                        << pixels << " pixels, " << channels << " channels, offset " << offset
+                        << ", trim " << trim;
                 }
             }
         }

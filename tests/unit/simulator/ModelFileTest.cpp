@@ -5,7 +5,8 @@ namespace scansim::test {
 
 namespace {
 
-std::string errorOf(const std::string& text) {
+std::string errorOf(const std::string& text)
+{
     TempFolder folder;
     try {
         ModelFile::load(folder.write("bad.model", text));
@@ -19,11 +20,13 @@ constexpr const char* kGood = "sources = flatbed\nflatbed.resolutions = 75 300\n
 
 }  // namespace
 
-TEST(ModelFile, ReadsKeysAndDefaults) {
+TEST(ModelFile, ReadsKeysAndDefaults)
+{
     TempFolder folder;
-    const Model model = ModelFile::load(folder.write("my.model", std::string("# comment\n\n  ") + kGood +
-                                                                     "vendor = Some Maker\nproduct = none\n"
-                                                                     "product-id = 0xAB\nfeature-file = x/y.ini\n"));
+    const Model model = ModelFile::load(
+        folder.write("my.model", std::string("# comment\n\n  ") + kGood +
+                                     "vendor = Some Maker\nproduct = none\n"
+                                     "product-id = 0xAB\nfeature-file = x/y.ini\n"));
     EXPECT_EQ(model.name, "my");
     EXPECT_EQ(model.vendor.text, "Some Maker");
     EXPECT_EQ(model.product.kind, UsbString::Kind::Absent);
@@ -35,27 +38,34 @@ TEST(ModelFile, ReadsKeysAndDefaults) {
     EXPECT_EQ(model.flatbed.resolutions.at(1).vertical, 300U);
 }
 
-TEST(ModelFile, NamesFileAndLineOfAnError) {
+TEST(ModelFile, NamesFileAndLineOfAnError)
+{
     const std::string error = errorOf("sources = flatbed\nnpa = maybe\n");
-    EXPECT_NE(error.find("bad.model:2: npa: 'maybe' is neither yes nor no"), std::string::npos) << error;
+    EXPECT_NE(error.find("bad.model:2: npa: 'maybe' is neither yes nor no"), std::string::npos)
+        << error;
 }
 
-TEST(ModelFile, RefusesUnknownKeysAndValues) {
+TEST(ModelFile, RefusesUnknownKeysAndValues)
+{
     EXPECT_NE(errorOf("color = red\n").find("unknown key 'color'"), std::string::npos);
     EXPECT_NE(errorOf("just words\n").find("key = value"), std::string::npos);
     EXPECT_NE(errorOf("protocol = 400\n").find("326, 401 or 402"), std::string::npos);
     EXPECT_NE(errorOf("block-size = 0\n").find("between 1 and"), std::string::npos);
     EXPECT_NE(errorOf("flatbed.resolutions = 75dpi\n").find("not a number"), std::string::npos);
-    EXPECT_NE(errorOf("stream = compressed\n").find("neither raw nor interleaved"), std::string::npos);
+    EXPECT_NE(errorOf("stream = compressed\n").find("neither raw nor interleaved"),
+              std::string::npos);
     EXPECT_NE(errorOf("fault = block: dance\n").find("unknown action 'dance'"), std::string::npos);
     EXPECT_NE(errorOf("sources = flatbed flatbed\n").find("twice"), std::string::npos);
 }
 
-TEST(ModelFile, RefusesModelsThatCannotWork) {
+TEST(ModelFile, RefusesModelsThatCannotWork)
+{
     EXPECT_NE(errorOf("npa = yes\n").find("names no source"), std::string::npos);
     EXPECT_NE(errorOf("sources = feeder\n").find("no 'resolutions'"), std::string::npos);
-    EXPECT_NE(errorOf(std::string(kGood) + "interfaces = 255 0x81\n").find("IN and an OUT"), std::string::npos);
-    EXPECT_NE(errorOf(std::string(kGood) + "scanner-interface = 1\n").find("not among"), std::string::npos);
+    EXPECT_NE(errorOf(std::string(kGood) + "interfaces = 255 0x81\n").find("IN and an OUT"),
+              std::string::npos);
+    EXPECT_NE(errorOf(std::string(kGood) + "scanner-interface = 1\n").find("not among"),
+              std::string::npos);
     std::string many = "sources = flatbed\nflatbed.resolutions =";
     for (int i = 1; i <= 60; ++i) {
         many += " " + std::to_string(75 * i);
@@ -63,12 +73,15 @@ TEST(ModelFile, RefusesModelsThatCannotWork) {
     EXPECT_NE(errorOf(many + "\n").find("do not fit"), std::string::npos);
 }
 
-TEST(ModelFile, MissingFileIsNamed) {
+TEST(ModelFile, MissingFileIsNamed)
+{
     EXPECT_THROW(ModelFile::load("/nowhere/x.model"), InputError);
 }
 
-TEST(ModelFile, OverridesComeLast) {
-    const Model model = makeModel({"npa=yes", "feeder.sheets=7", "flatbed.resolutions=100x200@8 75"});
+TEST(ModelFile, OverridesComeLast)
+{
+    const Model model =
+        makeModel({"npa=yes", "feeder.sheets=7", "flatbed.resolutions=100x200@8 75"});
     EXPECT_TRUE(model.usesNpa);
     EXPECT_EQ(model.sheets, 7U);
     ASSERT_EQ(model.flatbed.resolutions.size(), 2U);
@@ -77,8 +90,10 @@ TEST(ModelFile, OverridesComeLast) {
     EXPECT_EQ(model.flatbed.resolutions[0].depth, 8U);
 }
 
-TEST(ModelFile, InterfacesAreSeparatedBySlashes) {
-    const Model model = makeModel({"interfaces=7 0x83 0x04 / 0x10 0x81 0x02", "scanner-interface=1"});
+TEST(ModelFile, InterfacesAreSeparatedBySlashes)
+{
+    const Model model =
+        makeModel({"interfaces=7 0x83 0x04 / 0x10 0x81 0x02", "scanner-interface=1"});
     ASSERT_EQ(model.interfaces.size(), 2U);
     EXPECT_EQ(model.interfaces[0].interfaceClass, 7);
     EXPECT_EQ(model.interfaces[1].endpoints, (Bytes{0x81, 0x02}));
@@ -87,7 +102,8 @@ TEST(ModelFile, InterfacesAreSeparatedBySlashes) {
 namespace {
 
 // The integer of a key in a feature file, -1 if it is not there.
-int featureOf(const Model& model, const std::string& key) {
+int featureOf(const Model& model, const std::string& key)
+{
     const std::string text = readAll(model.featureFile);
     const std::size_t at = text.find("\n" + key + "=");
     return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + key.size() + 2);
@@ -96,7 +112,8 @@ int featureOf(const Model& model, const std::string& key) {
 }  // namespace
 
 // Every shipped model is well-formed, and its feature file describes the same scanner.
-TEST(ModelFile, ShippedModelsAgreeWithTheirFeatureFiles) {
+TEST(ModelFile, ShippedModelsAgreeWithTheirFeatureFiles)
+{
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(SIMTEST_MODELS_DIR)) {
         const Model model = ModelFile::load(entry.path().string());

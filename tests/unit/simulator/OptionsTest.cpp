@@ -6,10 +6,11 @@
 
 namespace scansim::test {
 
-TEST(Options, DevicesAndTheirOptions) {
-    const Options options =
-        Options::parse({"--set", "npa=1", "--usb", "a,protocol=401,feeder.sheets=3", "--fault", "block: stall",
-                        "--feature", "KEY=a=b", "--usb", "b", "--", "scanimage", "-L"});
+TEST(Options, DevicesAndTheirOptions)
+{
+    const Options options = Options::parse(
+        {"--set", "npa=1", "--usb", "a,protocol=401,feeder.sheets=3", "--fault", "block: stall",
+         "--feature", "KEY=a=b", "--usb", "b", "--", "scanimage", "-L"});
     ASSERT_EQ(options.devices.size(), 2U);
     const DeviceOptions& first = options.devices[0];
     EXPECT_EQ(first.model, "a");
@@ -24,15 +25,18 @@ TEST(Options, DevicesAndTheirOptions) {
     EXPECT_EQ(options.command, (std::vector<std::string>{"scanimage", "-L"}));
 }
 
-TEST(Options, CommandNeedsNoDashes) {
-    const Options options = Options::parse({"--usb", "a", "--private-tmp", "--tolerate", "ls", "--help"});
+TEST(Options, CommandNeedsNoDashes)
+{
+    const Options options =
+        Options::parse({"--usb", "a", "--private-tmp", "--tolerate", "ls", "--help"});
     EXPECT_TRUE(options.hasPrivateTmp);
     EXPECT_TRUE(options.isTolerant);
     EXPECT_FALSE(options.wantsHelp);
     EXPECT_EQ(options.command, (std::vector<std::string>{"ls", "--help"}));
 }
 
-TEST(Options, RefusesNonsense) {
+TEST(Options, RefusesNonsense)
+{
     EXPECT_THROW(Options::parse({"--usd", "a"}), InputError);
     EXPECT_THROW(Options::parse({"--usb"}), InputError);
     EXPECT_THROW(Options::parse({"--usb", ""}), InputError);
@@ -40,11 +44,13 @@ TEST(Options, RefusesNonsense) {
     EXPECT_THROW(Options::parse({"--feature", "KEY"}), InputError);
 }
 
-TEST(Options, HelpNamesEveryOption) {
+TEST(Options, HelpNamesEveryOption)
+{
     const std::string help = Options::help();
-    for (const char* option : {"--usb", "--set", "--fault", "--feature", "--record", "--log", "--models", "--modules",
-                               "--config", "--backend", "--private-tmp", "--all-cpus", "--tolerate", "--control",
-                               "--list-models", "--help"}) {
+    for (const char* option :
+         {"--usb", "--set", "--fault", "--feature", "--record", "--log", "--models", "--modules",
+          "--config", "--backend", "--private-tmp", "--all-cpus", "--tolerate", "--control",
+          "--list-models", "--help"}) {
         EXPECT_NE(help.find(std::string("\n  ") + option), std::string::npos) << option;
     }
 }

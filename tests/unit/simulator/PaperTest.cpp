@@ -20,7 +20,8 @@ namespace {
 
 constexpr PaperSize kSize = {216, 297};
 
-Bytes scan(const Paper& paper, const Window& window, std::uint32_t lines) {
+Bytes scan(const Paper& paper, const Window& window, std::uint32_t lines)
+{
     const std::size_t size = std::size_t{window.pixels} * window.channels;
     Bytes out(size * lines);
     const std::unique_ptr<PaperReader> reader = paper.open(window);
@@ -30,28 +31,33 @@ Bytes scan(const Paper& paper, const Window& window, std::uint32_t lines) {
     return out;
 }
 
-Bytes cropped(const Bytes& page, const Window& window, std::uint32_t left, std::uint32_t top, std::uint32_t pixels,
-              std::uint32_t lines) {
+Bytes cropped(const Bytes& page, const Window& window, std::uint32_t left, std::uint32_t top,
+              std::uint32_t pixels, std::uint32_t lines)
+{
     Bytes out;
     for (std::uint32_t line = 0; line < lines; ++line) {
         const std::size_t from = (std::size_t{top + line} * window.pixels + left) * window.channels;
         const auto first = page.begin() + static_cast<long>(from);
-        out.insert(out.end(), first, first + static_cast<long>(std::size_t{pixels} * window.channels));
+        out.insert(out.end(), first,
+                   first + static_cast<long>(std::size_t{pixels} * window.channels));
     }
     return out;
 }
 
-std::string testPicture(const TempFolder& folder) {
+std::string testPicture(const TempFolder& folder)
+{
     // 2 x 2: red green / blue white
     const char pixels[] = {'\xFF', 0, 0, 0, '\xFF', 0, 0, 0, '\xFF', '\xFF', '\xFF', '\xFF'};
-    return folder.write("picture.ppm", "P6\n# comment\n2 2\n255\n" + std::string(pixels, sizeof pixels));
+    return folder.write("picture.ppm",
+                        "P6\n# comment\n2 2\n255\n" + std::string(pixels, sizeof pixels));
 }
 
 }  // namespace
 
 class EveryPaper : public testing::TestWithParam<const char*> {
 protected:
-    std::unique_ptr<Paper> paper() const {
+    std::unique_ptr<Paper> paper() const
+    {
         const std::string name = GetParam();
         return makePaper(name == "picture" ? testPicture(folder_) : name, "SHEET 1", 1, kSize);
     }
@@ -61,7 +67,8 @@ private:
 };
 INSTANTIATE_TEST_SUITE_P(Paper, EveryPaper, testing::Values("chart", "noise", "picture"));
 
-TEST_P(EveryPaper, WindowShowsThePartOfTheWhole) {
+TEST_P(EveryPaper, WindowShowsThePartOfTheWhole)
+{
     for (std::uint32_t channels : {1U, 3U}) {
         const Window whole = {75, 0, 0, 637, channels};
         const Bytes page = scan(*paper(), whole, 876);
@@ -75,32 +82,39 @@ TEST_P(EveryPaper, WindowShowsThePartOfTheWhole) {
     }
 }
 
-TEST_P(EveryPaper, IsNotTheSameEverywhere) {
+TEST_P(EveryPaper, IsNotTheSameEverywhere)
+{
     const Bytes page = scan(*paper(), {75, 0, 0, 637, 3}, 876);
     EXPECT_GT(std::set<std::uint8_t>(page.begin(), page.end()).size(), 1U);
 }
 
 // A front end that loses a pixel or a line is to be seen at once.
-TEST(ChartPaper, ShiftByOnePixelShowsAtEveryEdge) {
+TEST(ChartPaper, ShiftByOnePixelShowsAtEveryEdge)
+{
     const std::unique_ptr<Paper> paper = makePaper("chart", "FLATBED", 0, kSize);
     for (std::uint32_t dpi : {75U, 150U, 300U, 600U}) {
-        const auto inches = [dpi](std::uint32_t millimetres) { return millimetres * dpi * 10 / 254; };
+        const auto inches = [dpi](std::uint32_t millimetres) {
+            return millimetres * dpi * 10 / 254;
+        };
         for (std::uint32_t left : {0U, 20U, 196U}) {
             const Window window = {dpi, inches(left), 0, inches(19), 1};
             Window shifted = window;
             ++shifted.left;
-            EXPECT_NE(scan(*paper, window, 1), scan(*paper, shifted, 1)) << dpi << " dpi, left " << left;
+            EXPECT_NE(scan(*paper, window, 1), scan(*paper, shifted, 1))
+                << dpi << " dpi, left " << left;
         }
         for (std::uint32_t left : {0U, 215U}) {
             const Window window = {dpi, inches(left), inches(30), 1, 1};
             Window shifted = window;
             ++shifted.top;
-            EXPECT_NE(scan(*paper, window, inches(20)), scan(*paper, shifted, inches(20))) << dpi << " dpi, at " << left;
+            EXPECT_NE(scan(*paper, window, inches(20)), scan(*paper, shifted, inches(20)))
+                << dpi << " dpi, at " << left;
         }
     }
 }
 
-TEST(ChartPaper, IsNotSymmetric) {
+TEST(ChartPaper, IsNotSymmetric)
+{
     const std::unique_ptr<Paper> paper = makePaper("chart", "FLATBED", 0, kSize);
     const Window window = {75, 0, 0, 637, 3};
     const Bytes page = scan(*paper, window, 876);
@@ -114,7 +128,8 @@ TEST(ChartPaper, IsNotSymmetric) {
     EXPECT_NE(page, mirrored);
 }
 
-TEST(ChartPaper, SheetsAreOfDifferentStockAndTitle) {
+TEST(ChartPaper, SheetsAreOfDifferentStockAndTitle)
+{
     const Window window = {75, 20, 16, 300, 3};
     const Bytes first = scan(*makePaper("chart", "SHEET 1", 1, kSize), window, 30);
     EXPECT_NE(first, scan(*makePaper("chart", "SHEET 2", 1, kSize), window, 30));
@@ -122,7 +137,8 @@ TEST(ChartPaper, SheetsAreOfDifferentStockAndTitle) {
     EXPECT_EQ(first, scan(*makePaper("chart", "SHEET 1", 1, kSize), window, 30));
 }
 
-TEST(ImagePaper, IsStretchedOverThePaper) {
+TEST(ImagePaper, IsStretchedOverThePaper)
+{
     TempFolder folder;
     const std::unique_ptr<Paper> paper = makePaper(testPicture(folder), "", 0, {25.4, 25.4});
     const Bytes page = scan(*paper, {4, 0, 0, 4, 3}, 4);
@@ -138,7 +154,8 @@ TEST(ImagePaper, IsStretchedOverThePaper) {
     EXPECT_EQ(scan(*paper, {2, 0, 0, 2, 1}, 1), (Bytes{76, 150}));
 }
 
-TEST(ImageFile, ReadsPng) {
+TEST(ImageFile, ReadsPng)
+{
     TempFolder folder;
     png_image png;
     std::memset(&png, 0, sizeof png);
@@ -152,7 +169,8 @@ TEST(ImageFile, ReadsPng) {
     EXPECT_EQ(loadImage(path).rgb, Bytes(pixels, pixels + 6));
 }
 
-TEST(ImageFile, ReadsJpeg) {
+TEST(ImageFile, ReadsJpeg)
+{
     jpeg_compress_struct info{};
     jpeg_error_mgr errors{};
     info.err = jpeg_std_error(&errors);
@@ -173,7 +191,8 @@ TEST(ImageFile, ReadsJpeg) {
     }
     jpeg_finish_compress(&info);
     TempFolder folder;
-    const std::string path = folder.write("p.jpg", std::string(reinterpret_cast<char*>(data), size));
+    const std::string path =
+        folder.write("p.jpg", std::string(reinterpret_cast<char*>(data), size));
     jpeg_destroy_compress(&info);
     std::free(data);
 
@@ -185,14 +204,16 @@ TEST(ImageFile, ReadsJpeg) {
     }
 }
 
-TEST(ImageFile, ReadsGreyPnm) {
+TEST(ImageFile, ReadsGreyPnm)
+{
     TempFolder folder;
     const Image image = loadImage(folder.write("g.pgm", "P5 2 1 255\nAB"));
     EXPECT_EQ(image.width, 2U);
     EXPECT_EQ(image.rgb, (Bytes{'A', 'A', 'A', 'B', 'B', 'B'}));
 }
 
-TEST(ImageFile, RefusesWhatIsNoPicture) {
+TEST(ImageFile, RefusesWhatIsNoPicture)
+{
     TempFolder folder;
     EXPECT_THROW(loadImage("/nowhere/x.png"), InputError);
     EXPECT_THROW(loadImage(folder.write("t.txt", "hello")), InputError);

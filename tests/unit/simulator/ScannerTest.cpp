@@ -9,7 +9,8 @@ namespace {
 const Bytes kUnlocked = {0x1B, 0x53, 0x06, 0, 0, 0, 0x80, 2};
 
 // Reads a page to its end record; gives all that came before it, record by record.
-std::vector<Bytes> readPage(Bench& bench, std::size_t capacity = 4096) {
+std::vector<Bytes> readPage(Bench& bench, std::size_t capacity = 4096)
+{
     std::vector<Bytes> reads;
     for (;;) {
         Bytes bytes = bench.read(capacity);
@@ -20,7 +21,8 @@ std::vector<Bytes> readPage(Bench& bench, std::size_t capacity = 4096) {
     }
 }
 
-std::size_t imageSize(const std::vector<Bytes>& reads) {
+std::size_t imageSize(const std::vector<Bytes>& reads)
+{
     std::size_t size = 0;
     for (const Bytes& read : reads) {
         size += read.size();
@@ -28,7 +30,8 @@ std::size_t imageSize(const std::vector<Bytes>& reads) {
     return size;
 }
 
-HostCommand feederScan() {
+HostCommand feederScan()
+{
     HostCommand host;
     host.protocol = 401;
     host.source = 4;
@@ -37,7 +40,8 @@ HostCommand feederScan() {
 
 }  // namespace
 
-TEST(Scanner, RepliesByteForByte) {
+TEST(Scanner, RepliesByteForByte)
+{
     Bench bench({"protocol=402"});
     bench.send(CommandId::Wake);
     EXPECT_EQ(bench.read(), (Bytes{0x1B, 0x44, 0x04, 0, 0, 0, 0x80, 2}));
@@ -55,19 +59,24 @@ TEST(Scanner, RepliesByteForByte) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Scanner, PropertiesReply) {
-    Bench bench({"properties.major=3", "properties.minor=4", "properties.codeset=5", "properties.compression=2",
-                 "properties.colour-alignment=6", "properties.grey-alignment=7", "flatbed.bar-id=9",
-                 "flatbed.origin=0x01020304", "flatbed.resolutions=75 150x300@8", "sources=flatbed"});
+TEST(Scanner, PropertiesReply)
+{
+    Bench bench({"properties.major=3", "properties.minor=4", "properties.codeset=5",
+                 "properties.compression=2", "properties.colour-alignment=6",
+                 "properties.grey-alignment=7", "flatbed.bar-id=9", "flatbed.origin=0x01020304",
+                 "flatbed.resolutions=75 150x300@8", "sources=flatbed"});
     bench.send(CommandId::Properties);
-    EXPECT_EQ(bench.read(512),
-              (Bytes{0x1B, 0x53, 0x03, 0, 40, 0, 0x80, 0,                       // header: 7 + 15 + 2 * 9
-                     3, 4, 5, 2, 6, 7, 1,                                       // versions ... one source
-                     1, 9, 4, 3, 2, 1, 0xF8, 0x09, 0, 0, 0xB4, 0x0D, 0, 0, 2,  // 2552 x 3508
-                     75, 0, 0, 0, 75, 0, 0, 0, 24, 150, 0, 0, 0, 0x2C, 1, 0, 0, 8}));
+    EXPECT_EQ(
+        bench.read(512),
+        (Bytes{
+            0x1B, 0x53, 0x03, 0, 40, 0, 0x80, 0,  // header: 7 + 15 + 2 * 9
+            3,    4,    5,    2, 6,  7, 1,        // versions ... one source
+            1,    9,    4,    3, 2,  1, 0xF8, 0x09, 0,  0,   0xB4, 0x0D, 0, 0,    2,  // 2552 x 3508
+            75,   0,    0,    0, 75, 0, 0,    0,    24, 150, 0,    0,    0, 0x2C, 1, 0, 0, 8}));
 }
 
-TEST(Scanner, FeederStatusTellsOfFeederAndPaper) {
+TEST(Scanner, FeederStatusTellsOfFeederAndPaper)
+{
     Bench none({"sources=flatbed"});
     none.send(CommandId::Properties);
     EXPECT_EQ(none.read().at(7), 0);
@@ -81,9 +90,11 @@ TEST(Scanner, FeederStatusTellsOfFeederAndPaper) {
 
 class Framing : public testing::TestWithParam<std::pair<std::uint32_t, std::size_t>> {};
 INSTANTIATE_TEST_SUITE_P(Scanner, Framing,
-                         testing::Values(std::pair(326U, 9U), std::pair(401U, 10U), std::pair(402U, 31U)));
+                         testing::Values(std::pair(326U, 9U), std::pair(401U, 10U),
+                                         std::pair(402U, 31U)));
 
-TEST_P(Framing, BlocksMarkerAndEnd) {
+TEST_P(Framing, BlocksMarkerAndEnd)
+{
     const auto [protocol, header] = GetParam();
     const std::size_t surplus = header == 31 ? 23 : header - 8;
     Bench bench({"protocol=" + std::to_string(protocol), "feeder.sheets=0"});
@@ -93,8 +104,8 @@ TEST_P(Framing, BlocksMarkerAndEnd) {
     const std::vector<Bytes> reads = readPage(bench);
     // 100 x 20 pixels of three bytes: six blocks of 1000
     ASSERT_EQ(reads.size(), 8U);
-    EXPECT_EQ(reads[0], (Bytes{0x1B, 0x53, 0x02, 0, 23, 0, 0x80, 1, 9, 0, 0, 100, 0, 0, 0, 20, 0, 0, 0,
-                               0,    0,    0,    0, 0,  0, 0,    0, 0, 0, 0, 0}));
+    EXPECT_EQ(reads[0], (Bytes{0x1B, 0x53, 0x02, 0, 23, 0, 0x80, 1, 9, 0, 0, 100, 0, 0, 0, 20,
+                               0,    0,    0,    0, 0,  0, 0,    0, 0, 0, 0, 0,   0, 0, 0}));
     for (std::size_t i = 1; i <= 6; ++i) {
         EXPECT_EQ(reads[i].size(), header + 1000);
         EXPECT_EQ(le16(&reads[i][4]), 1000 + surplus);
@@ -106,7 +117,8 @@ TEST_P(Framing, BlocksMarkerAndEnd) {
     EXPECT_EQ(le16(&reads[7][4]), surplus);
 }
 
-TEST(Scanner, LastBlockIsAsShortAsThePage) {
+TEST(Scanner, LastBlockIsAsShortAsThePage)
+{
     Bench bench({"feeder.sheets=0", "block-size=4097"});
     bench.begin(HostCommand());
     const std::vector<Bytes> reads = readPage(bench, 100000);
@@ -115,7 +127,8 @@ TEST(Scanner, LastBlockIsAsShortAsThePage) {
     EXPECT_EQ(reads[2].size(), 9U + 1903U);
 }
 
-TEST(Scanner, LongTransfersComeInPieces) {
+TEST(Scanner, LongTransfersComeInPieces)
+{
     Bench bench({"feeder.sheets=0", "block-size=5000"});
     bench.begin(HostCommand());
     const std::vector<Bytes> reads = readPage(bench, 4096);
@@ -125,7 +138,8 @@ TEST(Scanner, LongTransfersComeInPieces) {
     EXPECT_EQ(reads[3].size(), 9U + 1000U);
 }
 
-TEST(Scanner, PackedBlocksFillEveryReadButTheLast) {
+TEST(Scanner, PackedBlocksFillEveryReadButTheLast)
+{
     Bench bench({"feeder.sheets=0", "block-transfers=packed"});
     bench.begin(HostCommand());
     const std::vector<Bytes> reads = readPage(bench, 4096);
@@ -136,7 +150,8 @@ TEST(Scanner, PackedBlocksFillEveryReadButTheLast) {
     EXPECT_EQ(reads[3].size(), 9U);
 }
 
-TEST(Scanner, PageIsOverOnlyWithItsEndRecord) {
+TEST(Scanner, PageIsOverOnlyWithItsEndRecord)
+{
     for (const char* transfers : {"block-transfers=packed", "block-transfers=separate"}) {
         Bench bench({"feeder.sheets=0", "block-size=6000", transfers});
         bench.begin(HostCommand());
@@ -147,7 +162,8 @@ TEST(Scanner, PageIsOverOnlyWithItsEndRecord) {
     }
 }
 
-TEST(Scanner, PacksTheSameBytesAsItSendsSeparately) {
+TEST(Scanner, PacksTheSameBytesAsItSendsSeparately)
+{
     Bench separate({"feeder.sheets=0"});
     Bench packed({"feeder.sheets=0", "block-transfers=packed"});
     Bytes all[2];
@@ -162,7 +178,8 @@ TEST(Scanner, PacksTheSameBytesAsItSendsSeparately) {
     EXPECT_EQ(all[0], all[1]);
 }
 
-TEST(Scanner, CommandsHaveTheirOrder) {
+TEST(Scanner, CommandsHaveTheirOrder)
+{
     HostCommand host;
     Bench start({"feeder.sheets=0"});
     start.send(host, CommandId::Start);
@@ -195,7 +212,8 @@ TEST(Scanner, CommandsHaveTheirOrder) {
     EXPECT_EQ(left.complaints(), 1U);
 }
 
-TEST(Scanner, WakeIsOfProtocol402Only) {
+TEST(Scanner, WakeIsOfProtocol402Only)
+{
     Bench old({"protocol=401"});
     old.send(CommandId::Wake);
     EXPECT_EQ(old.complaints(), 1U);
@@ -208,7 +226,8 @@ TEST(Scanner, WakeIsOfProtocol402Only) {
     EXPECT_EQ(asleep.complaints(), 2U);
 }
 
-TEST(Scanner, FeederTakesASheetForEveryPage) {
+TEST(Scanner, FeederTakesASheetForEveryPage)
+{
     Bench bench({"protocol=401", "feeder.sheets=2"});
     for (int sheet = 0; sheet < 2; ++sheet) {
         bench.begin(feederScan());
@@ -225,7 +244,8 @@ TEST(Scanner, FeederTakesASheetForEveryPage) {
     EXPECT_TRUE(bench.read().empty());
 }
 
-TEST(Scanner, SheetsLookDifferent) {
+TEST(Scanner, SheetsLookDifferent)
+{
     Bench bench({"protocol=401"});
     std::vector<Bytes> pages[2];
     for (std::vector<Bytes>& page : pages) {
@@ -237,14 +257,16 @@ TEST(Scanner, SheetsLookDifferent) {
     EXPECT_NE(pages[0][1], pages[1][1]);
 }
 
-TEST(Scanner, ShortSheetEndsThePage) {
+TEST(Scanner, ShortSheetEndsThePage)
+{
     Bench bench({"protocol=401", "feeder.sheet-height=40"});  // ten lines at 75 dpi
     bench.begin(feederScan());
     const std::vector<Bytes> reads = readPage(bench);
     EXPECT_EQ(imageSize(reads), 31U + 3 * 10U + 10 * 300U + 10U);
 }
 
-TEST(Scanner, OldProtocolTakesTheFeederFirst) {
+TEST(Scanner, OldProtocolTakesTheFeederFirst)
+{
     Bench bench({"feeder.sheets=1"});
     bench.begin(HostCommand());
     EXPECT_EQ(bench.scanner->sheets(), 0U);
@@ -256,7 +278,8 @@ TEST(Scanner, OldProtocolTakesTheFeederFirst) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Scanner, CancelDropsThePageAndSaysSo) {
+TEST(Scanner, CancelDropsThePageAndSaysSo)
+{
     Bench bench({"feeder.sheets=0"});
     bench.begin(HostCommand());
     bench.read();
@@ -271,7 +294,8 @@ TEST(Scanner, CancelDropsThePageAndSaysSo) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Scanner, CancelMayLetSomeBlocksPass) {
+TEST(Scanner, CancelMayLetSomeBlocksPass)
+{
     Bench bench({"feeder.sheets=0", "blocks-after-cancel=2"});
     bench.begin(HostCommand());
     bench.read();
@@ -282,7 +306,8 @@ TEST(Scanner, CancelMayLetSomeBlocksPass) {
     EXPECT_EQ(reads[2].at(8), 3);
 }
 
-TEST(Scanner, CancelAfterTheEndIsAnswered) {
+TEST(Scanner, CancelAfterTheEndIsAnswered)
+{
     Bench bench({"feeder.sheets=0"});
     bench.begin(HostCommand());
     readPage(bench);
@@ -291,7 +316,8 @@ TEST(Scanner, CancelAfterTheEndIsAnswered) {
     EXPECT_EQ(bench.complaints(), 0U);
 }
 
-TEST(Scanner, RepliesWaitForThePage) {
+TEST(Scanner, RepliesWaitForThePage)
+{
     Bench bench({"feeder.sheets=0"});
     bench.begin(HostCommand());
     bench.send(CommandId::FeederStatus);
@@ -301,7 +327,8 @@ TEST(Scanner, RepliesWaitForThePage) {
     EXPECT_EQ(reads[8].at(2), 0x04);
 }
 
-TEST(Scanner, StatusesComeFromTheModel) {
+TEST(Scanner, StatusesComeFromTheModel)
+{
     Bench bench({"status.lock=136", "status.wake=0x84", "feeder.sheets=0"});
     bench.send(HostCommand(), CommandId::Lock);
     EXPECT_EQ(bench.read().at(6), 136);
@@ -311,7 +338,8 @@ TEST(Scanner, StatusesComeFromTheModel) {
     EXPECT_EQ(odd.read().at(8), 9);
 }
 
-TEST(Scanner, FlipFlagFollowsTheStartReply) {
+TEST(Scanner, FlipFlagFollowsTheStartReply)
+{
     Bench bench({"flipped=yes", "feeder.sheets=0"});
     bench.send(HostCommand(), CommandId::Lock);
     bench.read();
@@ -319,7 +347,8 @@ TEST(Scanner, FlipFlagFollowsTheStartReply) {
     EXPECT_EQ(bench.read(), (Bytes{0x1B, 0x53, 0x01, 0, 2, 0, 0x80, 1, 0, 1}));
 }
 
-TEST(Scanner, BlocksKeepTheirTime) {
+TEST(Scanner, BlocksKeepTheirTime)
+{
     Bench bench({"feeder.sheets=0", "block-delay-ms=100"});
     bench.scanner->setNow(5000);
     bench.begin(HostCommand());
@@ -332,7 +361,8 @@ TEST(Scanner, BlocksKeepTheirTime) {
     EXPECT_EQ(bench.scanner->nextWake(), std::optional<std::uint64_t>(5200));
 }
 
-TEST(Scanner, RecordsThePageThatPeopleSee) {
+TEST(Scanner, RecordsThePageThatPeopleSee)
+{
     TempFolder folder;
     Bench bench({"protocol=401", "feeder.mirrored=1", "colour-order=bgr", "stream=interleaved",
                  "interleave.offset-x=3", "interleave.trim=2"},
@@ -350,7 +380,8 @@ TEST(Scanner, RecordsThePageThatPeopleSee) {
     EXPECT_EQ(readAll(folder.path("plain-001.pnm")), file);
 }
 
-TEST(Scanner, RecordHoldsOnlyLinesThatWereSent) {
+TEST(Scanner, RecordHoldsOnlyLinesThatWereSent)
+{
     TempFolder folder;
     {
         Bench bench({"feeder.sheets=0"}, folder.path("cut-"));

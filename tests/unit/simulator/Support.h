@@ -16,7 +16,8 @@ namespace scansim::test {
 // A folder of its own for a test's files, gone afterwards.
 class TempFolder {
 public:
-    TempFolder() {
+    TempFolder()
+    {
         std::string name = (std::filesystem::temp_directory_path() / "simtest.XXXXXX").string();
         path_ = mkdtemp(name.data());
     }
@@ -26,7 +27,8 @@ public:
 
     std::string path(const std::string& name) const { return path_ + "/" + name; }
 
-    std::string write(const std::string& name, const std::string& text) const {
+    std::string write(const std::string& name, const std::string& text) const
+    {
         std::ofstream(path(name), std::ios::binary) << text;
         return path(name);
     }
@@ -35,13 +37,15 @@ private:
     std::string path_;
 };
 
-inline std::string readAll(const std::string& path) {
+inline std::string readAll(const std::string& path)
+{
     std::ifstream file(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
 // A model with a flatbed and a feeder, changed by "key=value" settings.
-inline Model makeModel(const std::vector<std::string>& settings = {}) {
+inline Model makeModel(const std::vector<std::string>& settings = {})
+{
     TempFolder folder;
     const std::string path = folder.write("test.model",
                                           "sources = flatbed feeder\n"
@@ -73,7 +77,8 @@ struct HostCommand {
     std::uint8_t source = 1;
 
     // Written out from the protocol's tables, apart from the simulator's own.
-    Bytes bytes() const {
+    Bytes bytes() const
+    {
         static const std::uint8_t headers[][8] = {
             {0x1B, 0x53, 0x0F, 0, 0, 0, 0x00, 0},    {0x1B, 0x53, 0x04, 0, 0, 0, 0x80, 0},
             {0x1B, 0x53, 0x03, 0, 0, 0, 0x80, 0},    {0x1B, 0x53, 0x05, 0, 0x18, 0, 0x80, 0},
@@ -106,11 +111,22 @@ struct HostCommand {
 };
 
 // The host's frame around a command.
-inline Bytes npaFrame(const Bytes& command) {
+inline Bytes npaFrame(const Bytes& command)
+{
     const std::size_t pad = (4 - (command.size() + 20) % 4) % 4;
     const std::size_t total = command.size() + 20 + pad;
-    Bytes out = {0xA5, static_cast<std::uint8_t>((total - 3) >> 8), static_cast<std::uint8_t>((total - 3) & 0xFF),
-                 0x10, 0x01, 0x83, 0xAA, 0xBB, 0xCC, 0xDD, 0x02, static_cast<std::uint8_t>(pad)};
+    Bytes out = {0xA5,
+                 static_cast<std::uint8_t>((total - 3) >> 8),
+                 static_cast<std::uint8_t>((total - 3) & 0xFF),
+                 0x10,
+                 0x01,
+                 0x83,
+                 0xAA,
+                 0xBB,
+                 0xCC,
+                 0xDD,
+                 0x02,
+                 static_cast<std::uint8_t>(pad)};
     out.resize(out.size() + pad);
     out.insert(out.end(), command.begin(), command.end());
     out.insert(out.end(), {0xAA, 0xBB, 0xCC, 0xDD, 0xAA, 0xBB, 0xCC, 0xDD});
@@ -120,8 +136,10 @@ inline Bytes npaFrame(const Bytes& command) {
 // A scanner with all that it needs, and a host's view of it.
 class Bench {
 public:
-    explicit Bench(const std::vector<std::string>& settings = {}, const std::string& recordPrefix = {})
-        : model(makeModel(settings)), journal("bench"), recorder(recordPrefix) {
+    explicit Bench(const std::vector<std::string>& settings = {},
+                   const std::string& recordPrefix = {})
+        : model(makeModel(settings)), journal("bench"), recorder(recordPrefix)
+    {
         for (const std::string& rule : model.faults) {
             faults.add(rule);
         }
@@ -130,25 +148,29 @@ public:
 
     TransferResult send(const Bytes& bytes) { return scanner->write(bytes); }
 
-    TransferResult send(CommandId id) {
+    TransferResult send(CommandId id)
+    {
         HostCommand command;
         command.id = id;
         return send(command.bytes());
     }
 
-    TransferResult send(HostCommand command, CommandId id) {
+    TransferResult send(HostCommand command, CommandId id)
+    {
         command.id = id;
         return send(command.bytes());
     }
 
-    Bytes read(std::size_t capacity = 4096) {
+    Bytes read(std::size_t capacity = 4096)
+    {
         Bytes out;
         lastResult = scanner->read(capacity, out);
         return out;
     }
 
     // Locks and starts, and reads both replies.
-    void begin(const HostCommand& command) {
+    void begin(const HostCommand& command)
+    {
         if (command.protocol == 402) {
             send(CommandId::Wake);
             read(512);

@@ -24,11 +24,13 @@ usb_dev_handle* earlierHandle = nullptr;  // one that a second open leaves open
 struct usb_device* device = nullptr;
 int timeoutMs = 2000;
 
-void print(const char* what, int result) {
+void print(const char* what, int result)
+{
     std::printf("%s %d\n", what, result);
 }
 
-void find() {
+void find()
+{
     usb_init();
     usb_find_busses();
     usb_find_devices();
@@ -36,9 +38,10 @@ void find() {
     device = nullptr;
     for (struct usb_bus* bus = usb_get_busses(); bus != nullptr; bus = bus->next) {
         for (struct usb_device* each = bus->devices; each != nullptr; each = each->next) {
-            std::printf("device %s/%s %04x:%04x class %d configurations %d interfaces %d\n", bus->dirname,
-                        each->filename, each->descriptor.idVendor, each->descriptor.idProduct,
-                        each->descriptor.bDeviceClass, each->descriptor.bNumConfigurations,
+            std::printf("device %s/%s %04x:%04x class %d configurations %d interfaces %d\n",
+                        bus->dirname, each->filename, each->descriptor.idVendor,
+                        each->descriptor.idProduct, each->descriptor.bDeviceClass,
+                        each->descriptor.bNumConfigurations,
                         each->config != nullptr ? each->config->bNumInterfaces : -1);
             device = device == nullptr ? each : device;
             ++count;
@@ -47,29 +50,32 @@ void find() {
     print("found", count);
 }
 
-void printString(int index) {
+void printString(int index)
+{
     char text[100] = "";
     const int size = usb_get_string_simple(handle, index, text, sizeof text);
     std::printf("string %d %s\n", size, size > 0 ? text : "-");
 }
 
-void strings() {
+void strings()
+{
     std::printf("indices %d %d\n", device->descriptor.iManufacturer, device->descriptor.iProduct);
     printString(1);
     printString(2);
 }
 
 // The plain eight-byte commands, and those of a 300 dpi colour scan of 600 x 20 pixels.
-void writeCommand(const std::string& name) {
+void writeCommand(const std::string& name)
+{
     const std::map<std::string, std::vector<std::uint8_t>> commands = {
         {"cancel", {0x1B, 0x53, 0x0F, 0, 0, 0, 0, 0}},
         {"properties", {0x1B, 0x53, 0x03, 0, 0, 0, 0x80, 0}},
-        {"lock", {0x1B, 0x53, 0x05, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0x58, 2, 0, 0,
+        {"lock", {0x1B, 0x53, 0x05, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0x58, 2, 0,    0,
                   20,   0,    0,    0, 0,    0, 0,    0, 0, 0, 0, 0, 0x2C, 1, 0x2C, 1}},
-        {"start", {0x1B, 0x53, 0x01, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0x58, 2, 0, 0,
+        {"start", {0x1B, 0x53, 0x01, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0x58, 2, 0,    0,
                    20,   0,    0,    0, 0,    0, 0,    0, 0, 0, 0, 0, 0x2C, 1, 0x2C, 1}},
-        {"big", {0x1B, 0x53, 0x01, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0xEC, 0x13, 0, 0,
-                 0x60, 0x1B, 0,    0, 0,    0, 0,    0, 0, 0, 0, 0, 0x58, 2, 0x58, 2}},
+        {"big", {0x1B, 0x53, 0x01, 0, 0x18, 0, 0x80, 0, 3, 0, 0, 3, 0xEC, 0x13, 0,    0,
+                 0x60, 0x1B, 0,    0, 0,    0, 0,    0, 0, 0, 0, 0, 0x58, 2,    0x58, 2}},
         {"unlock", {0x1B, 0x53, 0x06, 0, 0, 0, 0x80, 0}},
     };
     std::vector<std::uint8_t> bytes = commands.at(name == "biglock" ? "big" : name);
@@ -80,7 +86,8 @@ void writeCommand(const std::string& name) {
                                   static_cast<int>(bytes.size()), timeoutMs));
 }
 
-void readOnce(int size) {
+void readOnce(int size)
+{
     std::vector<char> buffer(static_cast<std::size_t>(size));
     const int count = usb_bulk_read(handle, kIn, buffer.data(), size, timeoutMs);
     std::printf("read %d", count);
@@ -90,16 +97,19 @@ void readOnce(int size) {
     std::printf("\n");
 }
 
-bool isScanRecord(const std::vector<char>& data, int count) {
+bool isScanRecord(const std::vector<char>& data, int count)
+{
     return count >= 9 && data[0] == 0x1B && data[1] == 0x53 && data[2] == 0x02 && data[8] != 0;
 }
 
-bool isPageMarker(const std::vector<char>& data) {
+bool isPageMarker(const std::vector<char>& data)
+{
     return data[8] == 9;
 }
 
 // Reads until a scan record other than the page marker; prints the total and the speed.
-void readPage(int size) {
+void readPage(int size)
+{
     std::vector<char> buffer(static_cast<std::size_t>(size));
     timeval begin;
     timeval end;
@@ -118,18 +128,22 @@ void readPage(int size) {
     gettimeofday(&end, nullptr);
     const double seconds = static_cast<double>(end.tv_sec - begin.tv_sec) +
                            static_cast<double>(end.tv_usec - begin.tv_usec) / 1e6;
-    std::fprintf(stderr, "%ld reads, %.3f s, %.1f MB/s\n", reads, seconds, static_cast<double>(total) / 1e6 / seconds);
+    std::fprintf(stderr, "%ld reads, %.3f s, %.1f MB/s\n", reads, seconds,
+                 static_cast<double>(total) / 1e6 / seconds);
 }
 
 // Hands a line to the simulation while this program keeps its device open.
-void control(const std::string& line) {
+void control(const std::string& line)
+{
     const char* command = std::getenv("SCANNER_SIM");
-    const std::string text = std::string(command != nullptr ? command : "scanner-sim") + " --control '" + line + "'";
+    const std::string text =
+        std::string(command != nullptr ? command : "scanner-sim") + " --control '" + line + "'";
     std::fflush(stdout);
     print("control", std::system(text.c_str()));
 }
 
-void step(const std::string& name, const std::string& argument) {
+void step(const std::string& name, const std::string& argument)
+{
     if (name == "find") {
         find();
     } else if (name == "open") {
@@ -167,11 +181,13 @@ void step(const std::string& name, const std::string& argument) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     for (int i = 1; i < argc; ++i) {
         const std::string text = argv[i];
         const std::size_t equals = text.find('=');
-        step(text.substr(0, equals), equals == std::string::npos ? std::string() : text.substr(equals + 1));
+        step(text.substr(0, equals),
+             equals == std::string::npos ? std::string() : text.substr(equals + 1));
     }
     return 0;
 }
