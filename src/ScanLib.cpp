@@ -411,6 +411,12 @@ int ScanLib::writeJobCommand(int command, CResponse* response, const char* step)
     return status;
 }
 
+// A cancel ends the wait for an answer; a command without one may have been obeyed.
+bool ScanLib::mayBeObeyed(int status, int command, const CResponse& response)
+{
+    return status == SANE_STATUS_GOOD || response.getReply() != command;
+}
+
 int ScanLib::startJob()
 {
     CResponse response;
@@ -436,16 +442,17 @@ int ScanLib::startJob()
     }
     status = writeJobCommand(COMMAND_LOCK, &response, "Lock");
     if (cancelToken.isRequested()) {
-        Unlock();
+        if (mayBeObeyed(status, COMMAND_LOCK, response)) {
+            Unlock();
+        }
         return SANE_STATUS_CANCELLED;
     }
     if (status != SANE_STATUS_GOOD) {
         return status;
     }
     status = writeJobCommand(COMMAND_START, &response, "Start");
-    // A start whose answer was not waited for may have been obeyed all the same.
-    const bool isUnanswered = response.getReply() != COMMAND_START && cancelToken.isRequested();
-    if (status != SANE_STATUS_GOOD && !isUnanswered) {
+    if (status != SANE_STATUS_GOOD &&
+        !(cancelToken.isRequested() && mayBeObeyed(status, COMMAND_START, response))) {
         return status;
     }
     beginFrame();

@@ -129,6 +129,7 @@ private:
 
     bool isReady() const;
     int startJob();
+    static bool mayBeObeyed(int status, int command, const CResponse& response);
     void beginFrame();
     int writeJobCommand(int command, CResponse* response, const char* step);
     bool checkFeeder(int* adf, int* ret);

@@ -487,6 +487,26 @@ TEST_P(InterruptTest, WhileStarting)
     }
 }
 
+// A lock that somebody else holds is not undone, one that may be ours is.
+TEST_P(InterruptTest, WhileTheLockIsRefused)
+{
+    const Bytes refused = {0x1B, 0x53, 0x05, 0, 0, 0, 130, 0};
+    const Bytes stray = {0, 0, 0, 0, 0, 0, 0, 0};
+    for (const bool isAnswered : {true, false}) {
+        engine->transport->replies[3] = isAnswered ? refused : stray;
+        engine->transport->writeResults[3] = isAnswered ? 3 : 15;
+        engine->transport->onCommand = [&](int id) {
+            if (id == 3) {
+                interrupt();
+            }
+        };
+        EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_CANCELLED);
+        EXPECT_EQ(std::count(calls->begin(), calls->end(), "command 5"), isAnswered ? 0 : 1);
+        EXPECT_EQ(calls->back(), "close");
+        calls->clear();
+    }
+}
+
 TEST_P(InterruptTest, TooLateForTheRead)
 {
     start();
