@@ -1,5 +1,8 @@
 """Front ends: scanimage, python3-sane, and the plain C interface behind the dll loader."""
 
+import subprocess
+import unittest.mock
+
 import simulation
 
 
@@ -49,6 +52,13 @@ class FrontEnds(simulation.ScanTestCase):
             self.assert_same_pages(result.pages("page.pnm"), result.recorded()[-1:])
             for page in (self.folder / "recorded").iterdir():
                 page.unlink()
+
+    def test_comma_as_decimal_point(self):
+        name = "de_DE.UTF-8"
+        subprocess.run(["localedef", "-i", "de_DE", "-f", "UTF-8", str(self.folder / name)],
+                       check=True)
+        with unittest.mock.patch.dict("os.environ", LOCPATH=str(self.folder)):
+            self.run_inside(["flatbed-326"], "comma_locale.py", name)
 
     def test_a_thousand_loads(self):
         self.run_inside(["flatbed-326"], "load_rounds.py")
