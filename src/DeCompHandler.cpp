@@ -1,5 +1,7 @@
 #include "DeCompHandler.h"
 
+#include "wicket/DecompWicket.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -12,27 +14,16 @@ constexpr int kWicket = 2;
 constexpr int kChunkSizeBytes = 4;  // the size field that starts a chunk
 constexpr int kSafetyFactor = 5;    // output room, in bands of the chunk's own size
 
-int bigEndian32(const unsigned char* data)
-{
-    return static_cast<int>(
-        static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16 |
-        static_cast<std::uint32_t>(data[2]) << 8 | static_cast<std::uint32_t>(data[3]));
-}
-
 }  // namespace
 
 DeCompHandler::~DeCompHandler() = default;
 
-std::unique_ptr<CDecomp> DeCompHandler::createDecompressor(int /*technology*/)
+std::unique_ptr<CDecomp> DeCompHandler::createDecompressor(int technology)
 {
-    return nullptr;
-}
-
-bool DeCompHandler::canDecompress(ConfigReader* cfg)
-{
-    return cfg->GetIntOption("COMPRESSION") != 1 ||
-           cfg->GetIntOption("COMPRESSIONTECH") != kWicket ||
-           createDecompressor(kWicket) != nullptr;
+    if (technology != kWicket) {
+        return nullptr;
+    }
+    return std::make_unique<CDecompWicket>(1);
 }
 
 int DeCompHandler::Initialize(ConfigReader* cfg)
@@ -71,7 +62,7 @@ int DeCompHandler::chunkSize(const unsigned char* raw, int rawSize) const
         return rawSize;
     }
     // A size field that has not arrived whole reads as a chunk that is still to come.
-    return rawSize < kChunkSizeBytes ? kChunkSizeBytes : bigEndian32(raw);
+    return rawSize < kChunkSizeBytes ? kChunkSizeBytes : CDecompWicket::GetChunkSize(raw);
 }
 
 // Moves the lines in a decoder's output together, over the pad bytes behind each line;

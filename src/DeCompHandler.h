@@ -24,9 +24,6 @@ public:
     // chunk could be decompressed; its bytes stay raw.
     int Decompress(DataBuffer* in, ImageData* img);
 
-    // False when the store asks for a compression that has no decompressor.
-    bool canDecompress(ConfigReader* cfg);
-
 protected:
     // The decompressor for a compression technology, or null.
     virtual std::unique_ptr<CDecomp> createDecompressor(int technology);

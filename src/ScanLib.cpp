@@ -434,9 +434,6 @@ int ScanLib::startJob()
         SL_TRACE("CheckScanSettings ret = %d", status);
         return status;
     }
-    if (!MyDecompressor->canDecompress(pCfgReader.get())) {
-        return refuse("[ERROR] no decompressor for the images of this model");
-    }
     if (cancelToken.isRequested()) {
         return SANE_STATUS_CANCELLED;
     }

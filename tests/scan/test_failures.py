@@ -94,12 +94,6 @@ class Failures(simulation.ScanTestCase):
                                ["scanimage", "--resolution", "75"], options=["--tolerate"])
         self.assertEqual(result.status, 9, result.stderr)
 
-    def test_compressed_model_is_refused_before_the_lock(self):
-        result = self.simulate([["adf-402,properties.compression=2", "--feature",
-                                 "COMPRESSION=1"]], ["scanimage", "--resolution", "75"])
-        self.assertEqual(result.status, 1, result.stderr)
-        self.assertIn("sane_start: Operation not supported", result.stderr)
-
     def test_bad_files(self):
         environment = []
         if simulation.PRELOAD:

@@ -148,7 +148,6 @@ TEST_F(DeComp, InitializeStartsTheDecompressor)
         capture.plainMessages(),
         testing::IsSupersetOf({"DeCompHandler Initialize called", "Compression is on",
                                "Type is Wicket4", "width = 10", "height = 20", "channels = 3"}));
-    EXPECT_TRUE(handler.canDecompress(&store));
 }
 
 TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
@@ -165,7 +164,6 @@ TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
         EXPECT_EQ(capture.contains("Compression is on"), compression == 1);
         EXPECT_FALSE(capture.contains("Type is Wicket4"));
         EXPECT_FALSE(capture.contains("width = "));
-        EXPECT_TRUE(plain.canDecompress(&store)) << compression << " " << technology;
         DataBuffer buffer;
         fill(buffer, {1}, {2, 3});
         const LogCapture more;
@@ -173,18 +171,6 @@ TEST_F(DeComp, OnlyCompressionOneInTechnologyTwoIsCompressed)
         EXPECT_EQ(processedBytes(buffer), (Bytes{1, 2, 3}));
         EXPECT_THAT(more.plainMessages(), ElementsAre("Decompression is not needed."));
     }
-}
-
-TEST_F(DeComp, TechnologyTwoNeedsADecompressor)
-{
-    class EmptyHandler : public DeCompHandler {
-    protected:
-        std::unique_ptr<CDecomp> createDecompressor(int) override { return nullptr; }
-    };
-    EmptyHandler empty;
-    EXPECT_FALSE(empty.canDecompress(&store));
-    store.SetIntOption("COMPRESSION", 0);
-    EXPECT_TRUE(empty.canDecompress(&store));
 }
 
 TEST_F(DeComp, EveryScanGetsANewDecompressor)
