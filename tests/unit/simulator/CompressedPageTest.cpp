@@ -241,6 +241,13 @@ TEST(ChunkFault, FlipsBitsOfOneChunk)
     }
 }
 
+TEST(ChunkFault, SpreadsTheBits)
+{
+    Bytes chunk(18);
+    damageChunk(chunk, {FaultAction::FlipBits, 2});
+    EXPECT_EQ(chunk, (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x08, 0x08}));
+}
+
 TEST(ChunkFault, MoreBitsThanThereAreFlipsAll)
 {
     Bytes chunk(20);
