@@ -31,6 +31,18 @@ inline void putLe32(std::uint8_t* p, std::uint32_t value)
     putLe16(p + 2, value >> 16);
 }
 
+inline std::uint32_t be32(const std::uint8_t* p)
+{
+    return std::uint32_t{p[0]} << 24 | std::uint32_t{p[1]} << 16 | std::uint32_t{p[2]} << 8 | p[3];
+}
+
+inline void putBe32(std::uint8_t* p, std::uint32_t value)
+{
+    for (int i = 0; i < 4; ++i) {
+        p[i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
+    }
+}
+
 // "1B 53 04 ..."; at most `limit` bytes are shown.
 std::string hex(const std::uint8_t* data, std::size_t size, std::size_t limit = 64);
 

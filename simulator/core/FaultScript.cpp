@@ -20,6 +20,7 @@ struct ActionName {
     FaultAction action;
     bool takesArgument;
     std::uint32_t byDefault;
+    std::uint32_t highest = 0x7FFFFFFF;
 };
 
 using A = FaultAction;
@@ -48,6 +49,10 @@ const std::vector<EventName>& events()
          FaultEvent::Block,
          {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
           A::Garbage, A::Truncate, A::Jam}},
+        {"chunk",
+         FaultEvent::Chunk,
+         {A::FlipBits, A::Truncate, A::Shorten, A::Size, A::Oversize, A::Undersize, A::Lines,
+          A::Pixels, A::Quality}},
         {"end",
          FaultEvent::End,
          {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
@@ -59,15 +64,32 @@ const std::vector<EventName>& events()
 const std::vector<ActionName>& actions()
 {
     static const std::vector<ActionName> table = {
-        {"stall", A::Stall, false, 0},      {"timeout", A::Timeout, false, 0},
-        {"unplug", A::Unplug, false, 0},    {"replug", A::Replug, false, 0},
-        {"refuse", A::Refuse, true, EPERM}, {"busy", A::Busy, false, 0},
-        {"held", A::Held, false, 0},        {"zero", A::Zero, false, 0},
-        {"short", A::Short, true, 1},       {"delay", A::Delay, true, 1000},
-        {"stray", A::Stray, true, 8},       {"garbage", A::Garbage, true, 8},
-        {"truncate", A::Truncate, true, 5}, {"status", A::Status, true, 136},
-        {"feeder", A::Feeder, true, 0},     {"flip", A::Flip, false, 0},
-        {"jam", A::Jam, false, 0},          {"cut", A::Cut, true, 1},
+        {"stall", A::Stall, false, 0},
+        {"timeout", A::Timeout, false, 0},
+        {"unplug", A::Unplug, false, 0},
+        {"replug", A::Replug, false, 0},
+        {"refuse", A::Refuse, true, EPERM},
+        {"busy", A::Busy, false, 0},
+        {"held", A::Held, false, 0},
+        {"zero", A::Zero, false, 0},
+        {"short", A::Short, true, 1},
+        {"delay", A::Delay, true, 1000},
+        {"stray", A::Stray, true, 8},
+        {"garbage", A::Garbage, true, 8},
+        {"truncate", A::Truncate, true, 5},
+        {"status", A::Status, true, 136},
+        {"feeder", A::Feeder, true, 0},
+        {"flip", A::Flip, false, 0},
+        {"jam", A::Jam, false, 0},
+        {"cut", A::Cut, true, 1},
+        {"flip-bits", A::FlipBits, true, 1},
+        {"shorten", A::Shorten, true, 3},
+        {"size", A::Size, true, 0, 0xFFFFFFFF},
+        {"oversize", A::Oversize, true, 1},
+        {"undersize", A::Undersize, true, 1},
+        {"lines", A::Lines, true, 0, 0xFFFFFFFF},
+        {"pixels", A::Pixels, true, 0, 0xFFFFFFFF},
+        {"quality", A::Quality, true, 0, 0xFFFFFFFF},
     };
     return table;
 }
@@ -121,7 +143,7 @@ Fault parseFault(const EventName& event, const std::vector<std::string>& fields)
         throw InputError("too many words after '" + fields[0] + "'");
     }
     return {name.action,
-            fields.size() == 2 ? parseNumber(fields[1], 0, 0x7FFFFFFF) : name.byDefault};
+            fields.size() == 2 ? parseNumber(fields[1], 0, name.highest) : name.byDefault};
 }
 
 std::uint32_t parseOccurrence(const std::vector<std::string>& fields, std::size_t index)
@@ -210,6 +232,8 @@ Events                            Actions
   marker, block, end              stall  timeout  unplug  replug  zero  short N  delay MS
                                   stray N  garbage N  truncate N  jam
   page                            cut N
+  chunk                           flip-bits N  truncate N  shorten N  size N  oversize N
+                                  undersize N  lines N  pixels N  quality N
 NAME: cancel feeder-status properties lock start unlock wake
 
   stall     the transfer fails; the endpoint stays halted until the device is configured anew
@@ -230,6 +254,16 @@ NAME: cancel feeder-status properties lock start unlock wake
   flip      the reply has the flip flag set
   jam       a paper jam is reported instead, and the page is over
   cut       the page ends N bytes (1) early
+
+Chunks are those of compressed pages, header included; they are counted on from page to page.
+  flip-bits N bits (1) behind the header are wrong, evenly spread
+  shorten   it ends N bytes (3) early, and its size field says so
+  size      its size field says N (0)
+  oversize  its size field says N bytes (1) more than it has
+  undersize its size field says N bytes (1) less than it has
+  lines     its lines field says N (0)
+  pixels    its pixels field says N (0)
+  quality   its quality field says N (0)
 )";
 }
 

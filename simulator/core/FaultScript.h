@@ -22,6 +22,7 @@ enum class FaultEvent {
     Page,
     Marker,
     Block,
+    Chunk,
     End
 };
 
@@ -43,7 +44,15 @@ enum class FaultAction {
     Feeder,
     Flip,
     Jam,
-    Cut
+    Cut,
+    FlipBits,
+    Shorten,
+    Size,
+    Oversize,
+    Undersize,
+    Lines,
+    Pixels,
+    Quality
 };
 
 struct Fault {

@@ -91,6 +91,9 @@ struct Model {
     bool isInterleaved = false;
     std::uint32_t interleaveOffsetX = 0;
     std::uint32_t interleaveTrim = 0;
+    bool isCompressed = false;
+    std::uint32_t bandLines = 32;
+    std::vector<int> qualities{75};  // of the chunks of a page in turn
     bool isBgr = false;
     bool isFlipped = false;
     std::uint32_t blockSize = 16384;

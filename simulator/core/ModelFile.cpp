@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 
+#include "ChunkEncoder.h"
 #include "FaultScript.h"
 #include "Text.h"
 
@@ -23,6 +24,9 @@ using SourceSetter = std::function<void(Source&, const ModelSetting&)>;
 
 // A scan reply with properties has to fit one 512-byte read, header included.
 constexpr std::size_t kMaxPropertiesSize = 504;
+
+// The compression technique, as property records number it.
+constexpr std::uint32_t kBlockTransform = 2;
 
 bool parseFlag(const std::string& text)
 {
@@ -181,7 +185,33 @@ void setProtocol(Model& model, const ModelSetting& setting)
 
 void setStream(Model& model, const ModelSetting& setting)
 {
-    model.isInterleaved = parseChoice(setting.value, "raw", "interleaved");
+    if (setting.value != "raw" && setting.value != "interleaved" && setting.value != "compressed") {
+        throw InputError("'" + setting.value + "' is none of raw, interleaved and compressed");
+    }
+    model.isInterleaved = setting.value == "interleaved";
+    model.isCompressed = setting.value == "compressed";
+    if (model.isCompressed) {
+        model.compression = 1;
+        model.compressionTechnique = kBlockTransform;
+    }
+}
+
+int parseQuality(const std::string& text)
+{
+    const bool isNegative = text[0] == '-';
+    const int size = static_cast<int>(parseNumber(text.substr(isNegative ? 1 : 0), 0, 1000));
+    return isNegative ? -size : size;
+}
+
+void setQualities(Model& model, const ModelSetting& setting)
+{
+    model.qualities.clear();
+    for (const std::string& word : words(setting.value)) {
+        model.qualities.push_back(parseQuality(word));
+    }
+    if (model.qualities.empty()) {
+        throw InputError("no quality is given");
+    }
 }
 
 std::map<std::string, SourceSetter> sourceSetters()
@@ -259,6 +289,8 @@ std::map<std::string, Setter> makeSetters()
         {"stream", setStream},
         {"interleave.offset-x", number(&Model::interleaveOffsetX, 0, 10000)},
         {"interleave.trim", number(&Model::interleaveTrim, 0, 10000)},
+        {"band-lines", number(&Model::bandLines, 1, 32)},
+        {"quality", setQualities},
         {"colour-order", choice(&Model::isBgr, "rgb", "bgr")},
         {"flipped", flag(&Model::isFlipped)},
         {"block-size", number(&Model::blockSize, 1, 65512)},
@@ -340,10 +372,26 @@ void checkInterfaces(const Model& model)
     }
 }
 
+void checkCompression(const Model& model)
+{
+    for (SourceKind kind : model.sources) {
+        const Source& source = model.source(kind);
+        for (const Resolution& resolution : source.resolutions) {
+            const std::uint64_t dots = std::uint64_t{source.width} * resolution.horizontal;
+            if (dots > std::uint64_t{ChunkEncoder::kMaxPixels} * 300) {
+                throw InputError("the lines of a source are too long for compression");
+            }
+        }
+    }
+}
+
 void check(const Model& model)
 {
     checkSources(model);
     checkInterfaces(model);
+    if (model.isCompressed) {
+        checkCompression(model);
+    }
     if (model.blockSize + blockFraming(model.protocol).lengthSurplus > 0xFFFF) {
         throw InputError("'block-size' does not fit the length field of the protocol");
     }

@@ -13,7 +13,7 @@ PageRecorder::~PageRecorder()
     endPage();
 }
 
-void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels)
+void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels, bool isCompressed)
 {
     endPage();
     if (prefix_.empty()) {
@@ -22,16 +22,25 @@ void PageRecorder::beginPage(std::uint32_t pixels, std::uint32_t channels)
     pixels_ = pixels;
     channels_ = channels;
     lines_ = 0;
+    ++pages_;
+    chunks_ = isCompressed ? open(".wck") : nullptr;
+    file_ = open(".pnm");
+    if (file_ != nullptr) {
+        writeHeader();
+    }
+}
+
+std::FILE* PageRecorder::open(const char* suffix) const
+{
     char number[16];
-    std::snprintf(number, sizeof number, "%03u.pnm", ++pages_);
-    const std::string path = prefix_ + number;
-    file_ = std::fopen(path.c_str(), "wb");
-    if (file_ == nullptr) {
+    std::snprintf(number, sizeof number, "%03u", pages_);
+    const std::string path = prefix_ + number + suffix;
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) {
         std::fprintf(stderr, "scanner-sim: cannot record to %s: %s\n", path.c_str(),
                      std::strerror(errno));
-        return;
     }
-    writeHeader();
+    return file;
 }
 
 // The number of lines has a fixed width, so that it can be corrected in place.
@@ -48,8 +57,19 @@ void PageRecorder::writeLine(const std::uint8_t* line)
     }
 }
 
+void PageRecorder::writeChunks(const std::uint8_t* bytes, std::size_t size)
+{
+    if (chunks_ != nullptr) {
+        std::fwrite(bytes, 1, size, chunks_);
+    }
+}
+
 void PageRecorder::endPage()
 {
+    if (chunks_ != nullptr) {
+        std::fclose(chunks_);
+        chunks_ = nullptr;
+    }
     if (file_ != nullptr) {
         std::rewind(file_);
         writeHeader();

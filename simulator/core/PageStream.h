@@ -1,37 +1,22 @@
 #pragma once
 
-#include <memory>
-
-#include "LineEncoder.h"
-#include "PageRecorder.h"
-#include "Paper.h"
+#include "Bytes.h"
 
 namespace scansim {
 
-// The image bytes of one page, made line by line while they are asked for.
+// The image bytes of one page, made while they are asked for.
 class PageStream {
 public:
-    // `paper` and `recorder` have to outlive the stream; `cutBytes` are left out at the end.
-    PageStream(const Paper& paper, const Window& window, std::uint32_t lines,
-               const LineLayout& layout, std::uint32_t cutBytes, PageRecorder& recorder);
+    virtual ~PageStream() = default;
 
-    std::uint32_t deviceWidth() const { return encoder_.deviceWidth(); }
-    std::uint64_t bytesLeft() const { return bytesLeft_; }
+    // Pixels of a line, as the page marker announces them.
+    virtual std::uint32_t deviceWidth() const = 0;
 
-    // Appends the next bytes of the page, at most `size`.
-    void append(Bytes& out, std::size_t size);
+    // Whether all bytes have been handed out. May have to make some to know.
+    virtual bool isOver() = 0;
 
-private:
-    void makeLine();
-
-    std::unique_ptr<PaperReader> reader_;
-    LineEncoder encoder_;
-    PageRecorder& recorder_;
-    Bytes pageLine_;
-    Bytes deviceLine_;
-    std::size_t used_;
-    std::uint32_t nextLine_ = 0;
-    std::uint64_t bytesLeft_;
+    // Appends the next bytes of the page: `size` of them, or less where the page ends.
+    virtual void append(Bytes& out, std::size_t size) = 0;
 };
 
 }  // namespace scansim

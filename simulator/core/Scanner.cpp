@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "CompressedPageStream.h"
+#include "RawPageStream.h"
+
 namespace scansim {
 
 namespace {
@@ -225,7 +228,6 @@ SourceKind Scanner::sourceOf(const ScanRequest& request, bool& isKnown) const
 
 void Scanner::startPage(const ScanRequest& request, SourceKind kind)
 {
-    const Source& source = model_.source(kind);
     std::uint32_t lines = request.lines;
     if (kind == SourceKind::Feeder) {
         --sheets_;
@@ -238,13 +240,7 @@ void Scanner::startPage(const ScanRequest& request, SourceKind kind)
     } else {
         paper_ = glass_.sheet(1);
     }
-    const std::optional<Fault> fault = faults_.happen(FaultEvent::Page);
-    const std::uint32_t cut = fault ? fault->argument : 0;
-    const Window window{request.dpi, request.offsetX, request.offsetY, request.pixels,
-                        request.channels()};
-    const LineLayout layout{source.isMirrored, model_.isBgr, model_.isInterleaved,
-                            model_.interleaveOffsetX, model_.interleaveTrim};
-    auto page = std::make_unique<PageStream>(*paper_, window, lines, layout, cut, recorder_);
+    std::unique_ptr<PageStream> page = openPage(request, kind, lines);
     isScanning_ = true;
     isDisturbed_ = false;
     ++pagesStarted_;
@@ -253,6 +249,30 @@ void Scanner::startPage(const ScanRequest& request, SourceKind kind)
     page_ = std::move(page);
     journal_.trace("page " + std::to_string(pagesStarted_) + ": " + std::to_string(request.pixels) +
                    " x " + std::to_string(lines) + " at " + std::to_string(request.dpi) + " dpi");
+}
+
+std::unique_ptr<PageStream> Scanner::openPage(const ScanRequest& request, SourceKind kind,
+                                              std::uint32_t lines)
+{
+    const std::optional<Fault> fault = faults_.happen(FaultEvent::Page);
+    const std::uint32_t cut = fault ? fault->argument : 0;
+    const Window window{request.dpi, request.offsetX, request.offsetY, request.pixels,
+                        request.channels()};
+    const LineLayout layout{model_.source(kind).isMirrored, model_.isBgr, model_.isInterleaved,
+                            model_.interleaveOffsetX, model_.interleaveTrim};
+    if (!model_.isCompressed) {
+        return std::make_unique<RawPageStream>(*paper_, window, lines, layout, cut, recorder_);
+    }
+    const auto nextFault = [this] {
+        const std::optional<Fault> chunkFault = faults_.happen(FaultEvent::Chunk);
+        if (chunkFault) {
+            noteFault(*chunkFault);
+        }
+        return chunkFault;
+    };
+    return std::make_unique<CompressedPageStream>(
+        *paper_, window, lines, layout, CompressedLayout{model_.bandLines, model_.qualities}, cut,
+        nextFault, recorder_);
 }
 
 void Scanner::queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth)
@@ -375,7 +395,7 @@ bool Scanner::refill()
     }
     if (blocksUntilCancelled_ && (*blocksUntilCancelled_)-- == 0) {
         finishPage(RecordCode::Cancelled);
-    } else if (page_->bytesLeft() == 0) {
+    } else if (page_->isOver()) {
         finishPage(RecordCode::End);
     } else {
         queueBlock();
@@ -392,16 +412,14 @@ void Scanner::queueBlock()
         return;
     }
     const std::size_t headerSize = blockFraming(model_.protocol).headerSize;
-    const auto dataSize =
-        static_cast<std::size_t>(std::min<std::uint64_t>(model_.blockSize, page_->bytesLeft()));
     Bytes block;
-    block.reserve(headerSize + dataSize);
+    block.reserve(headerSize + model_.blockSize);
     block.resize(headerSize);
-    writeBlockHeader(block.data(), model_.protocol, dataSize, condition());
-    page_->append(block, dataSize);
+    page_->append(block, model_.blockSize);
+    writeBlockHeader(block.data(), model_.protocol, block.size() - headerSize, condition());
     queueTransfer(std::move(block), fault, queue_);
     Transfer& transfer = queue_.back();
-    transfer.joinsNext = model_.packsBlocks && page_->bytesLeft() > 0;
+    transfer.joinsNext = model_.packsBlocks && !page_->isOver();
     transfer.isPlainBlock = !fault && model_.blockDelayMs == 0;
     if (model_.blockDelayMs > 0) {
         transfer.notBefore = std::max(transfer.notBefore, nextBlockTime_);

@@ -78,6 +78,8 @@ private:
     SourceKind sourceOf(const ScanRequest& request, bool& isKnown) const;
     bool canScan(const ScanRequest& request, SourceKind source);
     void startPage(const ScanRequest& request, SourceKind source);
+    std::unique_ptr<PageStream> openPage(const ScanRequest& request, SourceKind source,
+                                         std::uint32_t lines);
     void queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth);
     Condition reply(CommandId id, Condition condition, const Bytes& data = {});  // as it was sent
     Bytes flipData(bool isFlipped) const;

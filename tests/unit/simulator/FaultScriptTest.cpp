@@ -60,6 +60,8 @@ TEST(FaultScript, RefusesNonsense)
     EXPECT_NE(errorOf("block: explode").find("unknown action"), std::string::npos);
     EXPECT_NE(errorOf("block:").find("no action"), std::string::npos);
     EXPECT_NE(errorOf("block: busy").find("cannot have"), std::string::npos);
+    EXPECT_NE(errorOf("chunk: stall").find("cannot have"), std::string::npos);
+    EXPECT_NE(errorOf("chunk: oversize 0x80000000").find("between 0"), std::string::npos);
     EXPECT_NE(errorOf("block 0: stall").find("between 1"), std::string::npos);
     EXPECT_NE(errorOf("block 1 2: stall").find("too many"), std::string::npos);
     EXPECT_NE(errorOf("block: stall 3").find("too many"), std::string::npos);
@@ -71,8 +73,10 @@ TEST(FaultScript, HelpNamesEveryAction)
 {
     const std::string help = FaultScript::help();
     for (const char* word :
-         {"stall", "timeout", "unplug", "replug", "refuse", "busy", "held", "zero", "short",
-          "delay", "stray", "garbage", "truncate", "status", "feeder", "flip", "jam", "cut"}) {
+         {"stall",    "timeout",   "unplug", "replug", "refuse",    "busy",     "held",
+          "zero",     "short",     "delay",  "stray",  "garbage",   "truncate", "status",
+          "feeder",   "flip",      "jam",    "cut",    "flip-bits", "shorten",  "size",
+          "oversize", "undersize", "lines",  "pixels", "quality"}) {
         EXPECT_NE(help.find(std::string("\n  ") + word), std::string::npos) << word;
     }
 }

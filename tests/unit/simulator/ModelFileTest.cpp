@@ -52,8 +52,12 @@ TEST(ModelFile, RefusesUnknownKeysAndValues)
     EXPECT_NE(errorOf("protocol = 400\n").find("326, 401 or 402"), std::string::npos);
     EXPECT_NE(errorOf("block-size = 0\n").find("between 1 and"), std::string::npos);
     EXPECT_NE(errorOf("flatbed.resolutions = 75dpi\n").find("not a number"), std::string::npos);
-    EXPECT_NE(errorOf("stream = compressed\n").find("neither raw nor interleaved"),
+    EXPECT_NE(errorOf("stream = zipped\n").find("none of raw, interleaved and compressed"),
               std::string::npos);
+    EXPECT_NE(errorOf("band-lines = 33\n").find("between 1 and 32"), std::string::npos);
+    EXPECT_NE(errorOf("quality =\n").find("no quality"), std::string::npos);
+    EXPECT_NE(errorOf("quality = good\n").find("not a number"), std::string::npos);
+    EXPECT_NE(errorOf("quality = -\n").find("not a number"), std::string::npos);
     EXPECT_NE(errorOf("fault = block: dance\n").find("unknown action 'dance'"), std::string::npos);
     EXPECT_NE(errorOf("sources = flatbed flatbed\n").find("twice"), std::string::npos);
 }
@@ -71,6 +75,28 @@ TEST(ModelFile, RefusesModelsThatCannotWork)
         many += " " + std::to_string(75 * i);
     }
     EXPECT_NE(errorOf(many + "\n").find("do not fit"), std::string::npos);
+}
+
+TEST(ModelFile, RefusesCompressedLinesThatAreTooLong)
+{
+    const std::string wide = std::string(kGood) + "flatbed.width = 65497\n";
+    EXPECT_EQ(errorOf(wide), "");
+    EXPECT_NE(errorOf(wide + "stream = compressed\n").find("too long for compression"),
+              std::string::npos);
+    EXPECT_EQ(errorOf(std::string(kGood) + "stream = compressed\nflatbed.width = 65496\n"), "");
+}
+
+TEST(ModelFile, CompressedStreamsAreAnnounced)
+{
+    const Model model = makeModel({"stream=compressed", "quality=90  5 -2", "band-lines=8"});
+    EXPECT_TRUE(model.isCompressed);
+    EXPECT_FALSE(model.isInterleaved);
+    EXPECT_EQ(model.compression, 1U);
+    EXPECT_EQ(model.compressionTechnique, 2U);
+    EXPECT_EQ(model.qualities, (std::vector<int>{90, 5, -2}));
+    EXPECT_EQ(model.bandLines, 8U);
+    EXPECT_EQ(makeModel({"stream=compressed", "compression=7"}).compression, 7U);
+    EXPECT_FALSE(makeModel({"stream=compressed", "stream=raw"}).isCompressed);
 }
 
 TEST(ModelFile, MissingFileIsNamed)
@@ -124,10 +150,13 @@ TEST(ModelFile, ShippedModelsAgreeWithTheirFeatureFiles)
         EXPECT_EQ(featureOf(model, "FLATBEDSIDEFLIP"), model.flatbed.isMirrored ? 1 : 0);
         EXPECT_EQ(featureOf(model, "ADFSIDEFLIP"), model.feeder.isMirrored ? 1 : 0);
         EXPECT_EQ(featureOf(model, "COMPRESSION"), static_cast<int>(model.compression));
+        EXPECT_EQ(featureOf(model, "COMPRESSIONLEVEL"), static_cast<int>(model.compressionLevel));
+        EXPECT_EQ(featureOf(model, "COMPRESSIONTECH"),
+                  static_cast<int>(model.compressionTechnique));
         EXPECT_GE(featureOf(model, "RESOLUTIONS"), 2);
         ++count;
     }
-    EXPECT_GE(count, 6);
+    EXPECT_GE(count, 7);
 }
 
 }  // namespace scansim::test

@@ -1,11 +1,12 @@
-#include "PageStream.h"
+#include "RawPageStream.h"
 
 #include <algorithm>
 
 namespace scansim {
 
-PageStream::PageStream(const Paper& paper, const Window& window, std::uint32_t lines,
-                       const LineLayout& layout, std::uint32_t cutBytes, PageRecorder& recorder)
+RawPageStream::RawPageStream(const Paper& paper, const Window& window, std::uint32_t lines,
+                             const LineLayout& layout, std::uint32_t cutBytes,
+                             PageRecorder& recorder)
     : reader_(paper.open(window)),
       encoder_(layout, window.pixels, window.channels),
       recorder_(recorder),
@@ -18,7 +19,7 @@ PageStream::PageStream(const Paper& paper, const Window& window, std::uint32_t l
     recorder_.beginPage(window.pixels, window.channels);
 }
 
-void PageStream::append(Bytes& out, std::size_t size)
+void RawPageStream::append(Bytes& out, std::size_t size)
 {
     std::uint64_t wanted = std::min<std::uint64_t>(size, bytesLeft_);
     bytesLeft_ -= wanted;
@@ -38,7 +39,7 @@ void PageStream::append(Bytes& out, std::size_t size)
     }
 }
 
-void PageStream::makeLine()
+void RawPageStream::makeLine()
 {
     reader_->readLine(nextLine_++, pageLine_.data());
     encoder_.encode(pageLine_.data(), deviceLine_.data());

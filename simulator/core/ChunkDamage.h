@@ -1,0 +1,11 @@
+#pragma once
+
+#include "Bytes.h"
+#include "FaultScript.h"
+
+namespace scansim {
+
+// Does to a whole chunk what a fault asks for.
+void damageChunk(Bytes& chunk, const Fault& fault);
+
+}  // namespace scansim
