@@ -89,9 +89,8 @@ Bytes ChunkEncoder::encode(const Bytes& lines, int quality)
     constexpr std::size_t kEndMarkerSize = 2;
     const std::uint8_t* body = coder_->file + findBody(coder_->file);
     const std::uint8_t* end = coder_->file + coder_->fileSize - kEndMarkerSize;
-    Bytes chunk(kHeaderSize);
-    chunk.insert(chunk.end(), body, end);
-    chunk.resize(chunk.size() + kTrailerSize);
+    Bytes chunk(kHeaderSize + static_cast<std::size_t>(end - body) + kTrailerSize);
+    std::copy(body, end, chunk.begin() + kHeaderSize);
     putBe32(&chunk[kSizeAt], static_cast<std::uint32_t>(chunk.size()));
     putBe32(&chunk[kLinesAt], count);
     putBe32(&chunk[kPixelsAt], pixels_);
