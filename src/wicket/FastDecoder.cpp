@@ -10,7 +10,8 @@
 namespace {
 
 constexpr std::uint8_t kEndOfBlock = 128;  // marks in place of a run, beyond every run
-constexpr std::uint8_t kLong = 129;
+constexpr std::uint8_t kLong = 129;        // the code itself does not fit into the table
+constexpr std::uint8_t kSplit = 130;       // only the code does: value is the symbol
 
 // Zeros behind the body: more than a block and a refill can read on.
 constexpr std::size_t kSlack = 512;
@@ -88,8 +89,11 @@ FastDecoder::ACEntry FastDecoder::entryFor(const HuffCodec& codec, unsigned peek
         return unknown;
     }
     const int size = symbol & 15;
-    if (length + size > kPeekBits || symbol == 0xF0) {
+    if (length > kPeekBits) {
         return unknown;
+    }
+    if (length + size > kPeekBits || symbol == 0xF0) {
+        return {static_cast<std::int16_t>(symbol), kSplit, static_cast<std::uint8_t>(length)};
     }
     const std::uint64_t behind = std::uint64_t{peeked} << (64 - kPeekBits + length);
     const int run = symbol == 0 ? kEndOfBlock : symbol >> 4;
@@ -178,11 +182,11 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, 
             bits.lastSymbol = entry.length;
             break;
         }
-        int symbol = 0;
-        int length = 0;
-        const auto lookahead = static_cast<int>(bits.top >> 48);
-        if (entry.run != kLong ||
-            codes.codecOf(component).DecodeACSymbol(lookahead, &symbol, &length) != 0) {
+        int symbol = entry.value;
+        int length = entry.length;
+        if (entry.run != kSplit &&
+            (entry.run != kLong || codes.codecOf(component).DecodeACSymbol(
+                                       static_cast<int>(bits.top >> 48), &symbol, &length) != 0)) {
             return false;
         }
         const int size = symbol & 15;
@@ -190,9 +194,6 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, 
         const int value = valueOf(bits.top, size);
         bits.consume(static_cast<unsigned>(size));
         bits.lastSymbol = static_cast<unsigned>(length + size);
-        if (symbol == 0) {
-            break;
-        }
         k += static_cast<unsigned>(symbol) >> 4;
         if (symbol == 0xF0) {
             ++k;
