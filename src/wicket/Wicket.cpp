@@ -51,10 +51,11 @@ void putGreyBlock(const int* samples, unsigned char* out, std::size_t width)
 
 }  // namespace
 
-Wicket::Wicket(int byteStuffing) : m_ByteStuffing(byteStuffing)
+Wicket::Wicket(int byteStuffing) : m_ByteStuffing(byteStuffing), m_pKernel(bestKernel())
 {
     QualityFactor(kDefaultQuality);
     iStatus = m_Huff.Initialize(byteStuffing);
+    m_pFast = std::make_unique<FastDecoder>(m_Huff, byteStuffing != 0);
 }
 
 int Wicket::QualityFactor(int luminance, int chrominance)
@@ -187,15 +188,30 @@ int Wicket::YCbCrToRGB(const int* blocks, unsigned char* out, int width)
     return 0;
 }
 
-int Wicket::DecompressOnePlane(const unsigned char* data, int len, unsigned char* out, int width,
-                               int height, int* bytesGen, int* bytesConverted)
+const wicket::Kernel* Wicket::bestKernel()
 {
-    m_iNumBytesGenerated = 0;
-    const int status = checkPlane(width, height, 48);
-    if (status != 0) {
-        return status;
+    const wicket::Kernel* wide = wicket::avx2Kernel();
+    return wide != nullptr ? wide : wicket::baselineKernel();
+}
+
+bool Wicket::decodeFast(const unsigned char* data, int len, const FastDecoder::Plane& plane,
+                        int* bitsUsed)
+{
+    std::int64_t bits = 0;
+    if (m_pKernel == nullptr ||
+        !m_pFast->decode(*m_pKernel, data, len, plane, m_aiLuminanceDequantTable,
+                         m_aiChrominanceDequantTable, &bits)) {
+        return false;
     }
-    m_Huff.DecodeData(data, len);
+    const std::size_t size =
+        plane.width * plane.height * static_cast<std::size_t>(plane.components);
+    m_iNumBytesGenerated = static_cast<int>(size);
+    *bitsUsed = static_cast<int>(bits);
+    return true;
+}
+
+void Wicket::decodeGrey(unsigned char* out, int width, int height)
+{
     aiPreviousDC[0] = 0;
     int samples[kSamples] = {};
     for (std::size_t y = 0; y < sizeOf(height); y += kBlock) {
@@ -205,8 +221,46 @@ int Wicket::DecompressOnePlane(const unsigned char* data, int len, unsigned char
             m_iNumBytesGenerated = wrappingAdd(m_iNumBytesGenerated, kSamples);
         }
     }
+}
+
+int Wicket::decodeColour(unsigned char* out, int width, int height)
+{
+    std::fill(std::begin(aiPreviousDC), std::end(aiPreviousDC), 0);
+    const std::size_t line = sizeOf(width) * 3;
+    if (line > 0 && height > 0) {
+        memset(out, 0, line * sizeOf(height));
+    }
+    for (std::size_t y = 0; y < sizeOf(height); y += kBlock) {
+        for (std::size_t x = 0; x < sizeOf(width); x += kBlock) {
+            int blocks[3 * kSamples];
+            for (int component = 0; component < 3; ++component) {
+                const int status = DecompressBlock(blocks + component * kSamples, component);
+                if (status != 0) {
+                    return status;
+                }
+            }
+            YCbCrToRGB(blocks, out + y * line + x * 3, width);
+        }
+    }
+    return 0;
+}
+
+int Wicket::DecompressOnePlane(const unsigned char* data, int len, unsigned char* out, int width,
+                               int height, int* bytesGen, int* bytesConverted)
+{
+    m_iNumBytesGenerated = 0;
+    const int status = checkPlane(width, height, 48);
+    if (status != 0) {
+        return status;
+    }
+    int bits = 0;
+    if (!decodeFast(data, len, {out, sizeOf(width), sizeOf(height), 1}, &bits)) {
+        m_Huff.DecodeData(data, len);
+        decodeGrey(out, width, height);
+        bits = m_Huff.DecodeBitPosition();
+    }
     *bytesGen = m_iNumBytesGenerated;
-    *bytesConverted = wrappingMultiply(wrappingAdd(m_Huff.DecodeBitPosition(), 511) / 64, 512);
+    *bytesConverted = wrappingMultiply(wrappingAdd(bits, 511) / 64, 512);
     return 0;
 }
 
@@ -218,25 +272,16 @@ int Wicket::DecompressThreePlanes(const unsigned char* data, int len, unsigned c
     if (status != 0) {
         return status;
     }
-    m_Huff.DecodeData(data, len);
-    std::fill(std::begin(aiPreviousDC), std::end(aiPreviousDC), 0);
-    const std::size_t line = sizeOf(width) * 3;
-    if (line > 0) {
-        memset(out, 0, line * sizeOf(height));
-    }
-    for (std::size_t y = 0; y < sizeOf(height); y += kBlock) {
-        for (std::size_t x = 0; x < sizeOf(width); x += kBlock) {
-            int blocks[3 * kSamples];
-            for (int component = 0; component < 3; ++component) {
-                status = DecompressBlock(blocks + component * kSamples, component);
-                if (status != 0) {
-                    return status;
-                }
-            }
-            YCbCrToRGB(blocks, out + y * line + x * 3, width);
+    int bits = 0;
+    if (!decodeFast(data, len, {out, sizeOf(width), sizeOf(height), 3}, &bits)) {
+        m_Huff.DecodeData(data, len);
+        status = decodeColour(out, width, height);
+        if (status != 0) {
+            return status;
         }
+        bits = m_Huff.DecodeBitPosition();
     }
     *bytesGen = m_iNumBytesGenerated;
-    *bytesConverted = wrappingMultiply(wrappingAdd(m_Huff.DecodeBitPosition(), 511) / 512, 64);
+    *bytesConverted = wrappingMultiply(wrappingAdd(bits, 511) / 512, 64);
     return 0;
 }

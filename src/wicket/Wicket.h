@@ -1,7 +1,11 @@
 // The block-transform decoder: the body of a chunk becomes grey or RGB lines.
 #pragma once
 
+#include "wicket/FastDecoder.h"
 #include "wicket/Huffman.h"
+#include "wicket/Kernel.h"
+
+#include <memory>
 
 class Wicket {
 public:
@@ -34,12 +38,21 @@ public:
     int YCbCrToRGB(const int* blocks, unsigned char* out, int width);
     static void Transpose(int* block);
 
+    // Streams without errors take the fast path, by default with the best kernel that the
+    // processor has; null: never. The results are the same.
+    void useKernel(const wicket::Kernel* kernel) { m_pKernel = kernel; }
+    static const wicket::Kernel* bestKernel();
+
     Huffman& decoder() { return m_Huff; }
     const int* quantTable(int component) const;
     const int* dequantTable(int component) const;
 
 private:
     int checkPlane(int width, int height, int unstuffedUnit) const;
+    bool decodeFast(const unsigned char* data, int len, const FastDecoder::Plane& plane,
+                    int* bitsUsed);
+    void decodeGrey(unsigned char* out, int width, int height);
+    int decodeColour(unsigned char* out, int width, int height);
     int decodeCoefficients(int* coefficients, int component);
     static void ScaleTable(const int* base, int* quant, int* dequant, int q, int factor);
 
@@ -54,4 +67,6 @@ private:
     int m_iNumBytesGenerated = 0;
     Huffman m_Huff;
     int m_ByteStuffing;
+    std::unique_ptr<FastDecoder> m_pFast;
+    const wicket::Kernel* m_pKernel;
 };

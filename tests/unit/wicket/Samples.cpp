@@ -59,31 +59,6 @@ void setUp(jpeg_compress_struct& jpeg, const Image& image, int quality)
     }
 }
 
-Bytes wholeFile(const Image& image, int quality)
-{
-    jpeg_compress_struct jpeg = {};
-    jpeg_error_mgr errors = {};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    unsigned char* data = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&jpeg, &data, &size);
-    setUp(jpeg, image, quality);
-    jpeg_start_compress(&jpeg, TRUE);
-    Bytes line;
-    const auto lineSize = static_cast<std::ptrdiff_t>(image.width) * image.channels;
-    for (int y = 0; y < image.height; ++y) {
-        line.assign(image.pixels.begin() + y * lineSize, image.pixels.begin() + (y + 1) * lineSize);
-        unsigned char* row = line.data();
-        jpeg_write_scanlines(&jpeg, &row, 1);
-    }
-    jpeg_finish_compress(&jpeg);
-    jpeg_destroy_compress(&jpeg);
-    Bytes file(data, data + size);
-    free(data);
-    return file;
-}
-
 // Where the entropy-coded data of a file starts: behind its start-of-scan segment.
 std::size_t bodyOf(const Bytes& file)
 {
@@ -135,9 +110,34 @@ Image page(Pattern pattern, int width, int height, int channels)
     return image;
 }
 
+Bytes encodeFile(const Image& image, int quality)
+{
+    jpeg_compress_struct jpeg = {};
+    jpeg_error_mgr errors = {};
+    jpeg.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&jpeg);
+    unsigned char* data = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&jpeg, &data, &size);
+    setUp(jpeg, image, quality);
+    jpeg_start_compress(&jpeg, TRUE);
+    Bytes line;
+    const auto lineSize = static_cast<std::ptrdiff_t>(image.width) * image.channels;
+    for (int y = 0; y < image.height; ++y) {
+        line.assign(image.pixels.begin() + y * lineSize, image.pixels.begin() + (y + 1) * lineSize);
+        unsigned char* row = line.data();
+        jpeg_write_scanlines(&jpeg, &row, 1);
+    }
+    jpeg_finish_compress(&jpeg);
+    jpeg_destroy_compress(&jpeg);
+    Bytes file(data, data + size);
+    free(data);
+    return file;
+}
+
 Bytes encode(const Image& image, int quality)
 {
-    const Bytes file = wholeFile(image, quality);
+    const Bytes file = encodeFile(image, quality);
     Bytes body(file.begin() + static_cast<std::ptrdiff_t>(bodyOf(file)), file.end() - 2);
     body.insert(body.end(), 2, 0);
     return body;
@@ -145,7 +145,7 @@ Bytes encode(const Image& image, int quality)
 
 Bytes oracle(const Image& image, int quality)
 {
-    const Bytes file = wholeFile(image, quality);
+    const Bytes file = encodeFile(image, quality);
     jpeg_decompress_struct jpeg = {};
     jpeg_error_mgr errors = {};
     jpeg.err = jpeg_std_error(&errors);

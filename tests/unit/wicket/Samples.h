@@ -24,6 +24,8 @@ Image page(Pattern pattern, int width, int height, int channels);
 
 // The entropy-coded body of the image, with the two zero bytes that a decoder needs behind it.
 Bytes encode(const Image& image, int quality);
+// The same as a whole JPEG file.
+Bytes encodeFile(const Image& image, int quality);
 // What libjpeg makes of the same data, in image.pixels' layout.
 Bytes oracle(const Image& image, int quality);
 Bytes chunkOf(const Image& image, int quality);

@@ -1,0 +1,269 @@
+#include "wicket/FastDecoder.h"
+
+#include "wicket/WicketTables.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+namespace {
+
+constexpr std::uint8_t kEndOfBlock = 128;  // marks in place of a run, beyond every run
+constexpr std::uint8_t kLong = 129;        // the code itself does not fit into the table
+constexpr std::uint8_t kSplit = 130;       // only the code does: value is the symbol
+
+// Zeros behind the body: more than a block and a refill can read on.
+constexpr std::size_t kSlack = 512;
+
+// A value of the given size, from the bits behind its code.
+int valueOf(std::uint64_t bits, int size)
+{
+    const auto magnitude = static_cast<int>(bits >> 1 >> (63 - size));
+    const bool isNegative = size > 0 && (bits >> 63) == 0;
+    return isNegative ? magnitude - (1 << size) + 1 : magnitude;
+}
+
+}  // namespace
+
+// The bits of the body, the next one on top.
+struct FastDecoder::Bits {
+    const unsigned char* next;
+    const unsigned char* start;
+    const unsigned char* end;
+    std::uint64_t top = 0;
+    unsigned held = 0;
+    unsigned lastSymbol = 0;  // bits of the last symbol
+
+    // At least 56 bits.
+    void refill()
+    {
+        std::uint64_t word = 0;
+        memcpy(&word, next, sizeof word);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        word = __builtin_bswap64(word);
+#endif
+        top |= word >> held;
+        next += (63 - held) >> 3;
+        held |= 56;
+    }
+    void consume(unsigned count)
+    {
+        top <<= count;
+        held -= count;
+    }
+    std::int64_t position() const
+    {
+        return (next - start) * 8 - static_cast<std::int64_t>(held);
+    }
+};
+
+FastDecoder::FastDecoder(const Huffman& huffman, bool isStuffed)
+    : codes(huffman), hasStuffing(isStuffed)
+{
+    build(huffman.codecOf(0), tables[0]);
+    build(huffman.codecOf(1), tables[1]);
+}
+
+void FastDecoder::build(const HuffCodec& codec, Tables& made)
+{
+    for (unsigned peeked = 0; peeked < kEntries; ++peeked) {
+        int symbol = 0;
+        int length = 0;
+        const int lookahead = static_cast<int>(peeked << (16 - kPeekBits));
+        if (codec.DecodeDCSymbol(lookahead, &symbol, &length) != 0 || length > kPeekBits) {
+            symbol = length = 0;
+        }
+        made.dc[peeked] = {static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(symbol)};
+        made.ac[peeked] = entryFor(codec, peeked);
+    }
+}
+
+FastDecoder::ACEntry FastDecoder::entryFor(const HuffCodec& codec, unsigned peeked)
+{
+    const ACEntry unknown = {0, kLong, 0};
+    int symbol = 0;
+    int length = 0;
+    const int lookahead = static_cast<int>(peeked << (16 - kPeekBits));
+    if (codec.DecodeACSymbol(lookahead, &symbol, &length) != 0) {
+        return unknown;
+    }
+    const int size = symbol & 15;
+    if (length > kPeekBits) {
+        return unknown;
+    }
+    if (length + size > kPeekBits || symbol == 0xF0) {
+        return {static_cast<std::int16_t>(symbol), kSplit, static_cast<std::uint8_t>(length)};
+    }
+    const std::uint64_t behind = std::uint64_t{peeked} << (64 - kPeekBits + length);
+    const int run = symbol == 0 ? kEndOfBlock : symbol >> 4;
+    return {static_cast<std::int16_t>(valueOf(behind, size)), static_cast<std::uint8_t>(run),
+            static_cast<std::uint8_t>(length + size)};
+}
+
+bool FastDecoder::unstuff(const unsigned char* data, int len)
+{
+    const auto size = static_cast<std::size_t>(std::max(data != nullptr ? len : 0, 0));
+    if (bodyRoom < size + kSlack) {
+        bodyRoom = 0;
+        body.reset(new (std::nothrow) unsigned char[size + size / 2 + kSlack]);
+        if (!body) {
+            return false;
+        }
+        bodyRoom = size + size / 2 + kSlack;
+    }
+    unsigned char* to = body.get();
+    const unsigned char* from = data;
+    const unsigned char* const end = data + size;
+    while (from < end) {
+        const auto left = static_cast<std::size_t>(end - from);
+        const void* stuffed = hasStuffing ? memchr(from, 0xFF, left) : nullptr;
+        const unsigned char* stop =
+            stuffed != nullptr ? static_cast<const unsigned char*>(stuffed) + 1 : end;
+        const auto count = static_cast<std::size_t>(stop - from);
+        memcpy(to, from, count);
+        to += count;
+        from = stuffed != nullptr && stop < end ? stop + 1 : stop;
+    }
+    bodySize = static_cast<std::size_t>(to - body.get());
+    memset(to, 0, kSlack);
+    return true;
+}
+
+void FastDecoder::prepare(const wicket::Kernel& kernel, const int* luminance,
+                          const int* chrominance)
+{
+    atOnce = static_cast<std::size_t>(kernel.blocksAtOnce);
+    for (std::size_t k = 0; k < 64; ++k) {
+        const auto natural = static_cast<std::size_t>(wicket::aiZigZagSequence[k]);
+        places[k] = static_cast<std::uint16_t>(natural % 8 * 8 * atOnce + natural / 8);
+        for (std::size_t b = 0; b < atOnce; ++b) {
+            dequant[0][places[k] + b * 8] = static_cast<std::int16_t>(luminance[natural]);
+            dequant[1][places[k] + b * 8] = static_cast<std::int16_t>(chrominance[natural]);
+        }
+    }
+    std::fill(std::begin(previousDC), std::end(previousDC), 0);
+}
+
+bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, bool* isFlat)
+{
+    const Tables& table = tables[component == 0 ? 0 : 1];
+    Bits bits = shared;
+    bits.refill();
+    const DCEntry dc = table.dc[bits.top >> (64 - kPeekBits)];
+    if (dc.length == 0) {
+        return false;
+    }
+    bits.consume(dc.length);
+    int& previous = previousDC[component];
+    previous += valueOf(bits.top, dc.size);
+    bits.consume(dc.size);
+    if (previous != static_cast<std::int16_t>(previous)) {
+        return false;
+    }
+    block[0] = static_cast<std::int16_t>(previous);
+
+    unsigned k = 1;
+    while (k < 64) {
+        if (bits.held < 32) {
+            bits.refill();
+        }
+        const ACEntry entry = table.ac[bits.top >> (64 - kPeekBits)];
+        const unsigned place = k + entry.run;
+        if (place < 64) {
+            bits.consume(entry.length);
+            bits.lastSymbol = entry.length;
+            block[places[place]] = entry.value;
+            k = place + 1;
+            continue;
+        }
+        if (entry.run == kEndOfBlock) {
+            bits.consume(entry.length);
+            bits.lastSymbol = entry.length;
+            break;
+        }
+        int symbol = entry.value;
+        int length = entry.length;
+        if (entry.run != kSplit &&
+            (entry.run != kLong || codes.codecOf(component).DecodeACSymbol(
+                                       static_cast<int>(bits.top >> 48), &symbol, &length) != 0)) {
+            return false;
+        }
+        const int size = symbol & 15;
+        bits.consume(static_cast<unsigned>(length));
+        const int value = valueOf(bits.top, size);
+        bits.consume(static_cast<unsigned>(size));
+        bits.lastSymbol = static_cast<unsigned>(length + size);
+        k += static_cast<unsigned>(symbol) >> 4;
+        if (symbol == 0xF0) {
+            ++k;
+            if (k > 64) {
+                return false;
+            }
+        } else if (k > 63) {
+            return false;
+        } else {
+            block[places[k++]] = static_cast<std::int16_t>(value);
+        }
+    }
+    *isFlat = *isFlat && k == 1;
+    shared = bits;
+    return bits.next <= bits.end + 16;
+}
+
+bool FastDecoder::decodeGroup(Bits& bits, int components, std::size_t count)
+{
+    const std::size_t used = (count + atOnce - 1) / atOnce * atOnce * 64;
+    for (std::size_t c = 0; c < static_cast<std::size_t>(components); ++c) {
+        memset(coefficients + c * kPlaneStep, 0, used * sizeof coefficients[0]);
+    }
+    std::fill(std::begin(flatGroups), std::end(flatGroups), true);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t group = i / atOnce;
+        const std::size_t at = group * atOnce * 64 + i % atOnce * 8;
+        for (int c = 0; c < components; ++c) {
+            const auto plane = static_cast<std::size_t>(c);
+            if (!decodeBlock(bits, c, coefficients + plane * kPlaneStep + at,
+                             &flatGroups[plane * kGroup + group])) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool FastDecoder::decode(const wicket::Kernel& kernel, const unsigned char* data, int len,
+                         const Plane& plane, const int* luminance, const int* chrominance,
+                         std::int64_t* bitsUsed)
+{
+    if (!unstuff(data, len)) {
+        return false;
+    }
+    prepare(kernel, luminance, chrominance);
+    Bits bits = {body.get(), body.get(), body.get() + bodySize};
+    const auto pixel = static_cast<std::size_t>(plane.components);
+    const std::size_t stride = plane.width * pixel;
+    for (std::size_t y = 0; y < plane.height; y += 8) {
+        for (std::size_t x = 0; x < plane.width; x += kGroup * 8) {
+            const std::size_t count = std::min(kGroup, (plane.width - x) / 8);
+            if (!decodeGroup(bits, plane.components, count)) {
+                return false;
+            }
+            unsigned char* out = plane.out + y * stride + x * pixel;
+            const auto blocks = static_cast<int>(count);
+            const bool isExact =
+                plane.components == 1
+                    ? kernel.grey(coefficients, dequant[0], flatGroups, blocks, out, stride)
+                    : kernel.colour(coefficients, kPlaneStep, dequant[0], dequant[1], flatGroups,
+                                    kGroup, blocks, out, stride);
+            if (!isExact) {
+                return false;
+            }
+        }
+    }
+    // Sixteen bits had to be there before the last symbol, and so before all others.
+    const std::int64_t end = bits.position();
+    const auto available = static_cast<std::int64_t>(bodySize) * 8;
+    *bitsUsed = end;
+    return end <= available && end - static_cast<std::int64_t>(bits.lastSymbol) + 16 <= available;
+}

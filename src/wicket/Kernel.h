@@ -1,0 +1,32 @@
+// What the fast decoder computes with vectors, once for each kind of processor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace wicket {
+
+// Blocks are handled in groups of blocksAtOnce, interleaved: coefficient (row, col) of block b
+// of a group is at (col * blocksAtOnce + b) * 8 + row. Dequantisation tables have the layout
+// of one group.
+//
+// The functions turn count blocks, side by side, into pixels. They compute in 16 bits where
+// that is exact, and return false, with whatever pixels, where it is not.
+struct Kernel {
+    const char* name;
+    int blocksAtOnce;
+    // isFlat: one flag a group, true when none of its blocks has coefficients besides DC.
+    bool (*grey)(const std::int16_t* coefficients, const std::int16_t* dequant, const bool* isFlat,
+                 int count, unsigned char* out, std::size_t stride);
+    // Three planes of coefficients, planeStep apart; flags likewise, flagStep apart.
+    bool (*colour)(const std::int16_t* coefficients, std::size_t planeStep,
+                   const std::int16_t* luminance, const std::int16_t* chrominance,
+                   const bool* isFlat, std::size_t flagStep, int count, unsigned char* out,
+                   std::size_t stride);
+};
+
+// Null where the processor or the build does not have it.
+const Kernel* baselineKernel();
+const Kernel* avx2Kernel();
+
+}  // namespace wicket

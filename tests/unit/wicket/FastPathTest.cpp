@@ -1,0 +1,257 @@
+// The fast path against the scalar one: the same pixels, counts and statuses on every stream.
+#include "Samples.h"
+
+#include "wicket/Wicket.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <random>
+
+using samples::BitWriter;
+using samples::Bytes;
+using samples::Image;
+using samples::Pattern;
+
+namespace {
+
+struct Result {
+    int status = 0;
+    int generated = -7;
+    int converted = -7;
+    Bytes out;
+
+    bool operator==(const Result& other) const
+    {
+        return status == other.status && generated == other.generated &&
+               converted == other.converted && out == other.out;
+    }
+};
+
+std::vector<const wicket::Kernel*> kernels()
+{
+    std::vector<const wicket::Kernel*> there;
+    for (const wicket::Kernel* kernel : {wicket::baselineKernel(), wicket::avx2Kernel()}) {
+        if (kernel != nullptr) {
+            there.push_back(kernel);
+        }
+    }
+    return there;
+}
+
+class FastPath : public testing::TestWithParam<const wicket::Kernel*> {
+protected:
+    FastPath()
+    {
+        scalar->useKernel(nullptr);
+        fast->useKernel(GetParam());
+    }
+
+    void setQuality(int quality)
+    {
+        for (Wicket* decoder : {scalar.get(), fast.get()}) {
+            decoder->QualityFactor(quality);
+        }
+    }
+
+    static Result decode(Wicket& decoder, const Bytes& body, int width, int height, int channels)
+    {
+        Result result;
+        result.out.assign(static_cast<std::size_t>(width * height * channels), 0xEE);
+        const auto decompress =
+            channels == 1 ? &Wicket::DecompressOnePlane : &Wicket::DecompressThreePlanes;
+        result.status =
+            (decoder.*decompress)(body.data(), static_cast<int>(body.size()), result.out.data(),
+                                  width, height, &result.generated, &result.converted);
+        return result;
+    }
+
+    bool isSame(const Bytes& body, int width, int height, int channels)
+    {
+        return decode(*scalar, body, width, height, channels) ==
+               decode(*fast, body, width, height, channels);
+    }
+
+    // Whether the fast path itself decodes the stream.
+    bool isTaken(const Bytes& body, int width, int height, int channels)
+    {
+        FastDecoder decoder(scalar->decoder(), true);
+        Bytes out(static_cast<std::size_t>(width * height * channels));
+        std::int64_t bits = 0;
+        return decoder.decode(*GetParam(), body.data(), static_cast<int>(body.size()),
+                              {out.data(), static_cast<std::size_t>(width),
+                               static_cast<std::size_t>(height), channels},
+                              scalar->dequantTable(0), scalar->dequantTable(1), &bits);
+    }
+
+    std::unique_ptr<Wicket> scalar = std::make_unique<Wicket>(1);
+    std::unique_ptr<Wicket> fast = std::make_unique<Wicket>(1);
+};
+
+TEST_P(FastPath, DecodesPages)
+{
+    for (const int channels : {1, 3}) {
+        for (const int quality : {-1, 1, 10, 35, 50, 75, 90, 95, 100}) {
+            setQuality(quality);
+            for (const Pattern pattern : samples::kPatterns) {
+                for (const int width : {8, 16, 24, 128, 136, 256, 277, 512}) {
+                    for (const int lines : {8, 16, 32, 5}) {
+                        const Image image = samples::page(pattern, width, lines, channels);
+                        const Bytes body = samples::encode(image, quality);
+                        const int paddedWidth = (width + 7) / 8 * 8;
+                        const int height = (lines + 7) / 8 * 8;
+                        ASSERT_TRUE(isSame(body, paddedWidth, height, channels))
+                            << channels << " " << quality << " " << static_cast<int>(pattern) << " "
+                            << width << " " << lines;
+                        ASSERT_TRUE(isTaken(body, paddedWidth, height, channels));
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST_P(FastPath, AgreesOnEveryEndOfInput)
+{
+    for (const int channels : {1, 3}) {
+        setQuality(80);
+        const Bytes body = samples::encode(samples::page(Pattern::photo, 40, 16, channels), 80);
+        for (std::size_t size = 0; size <= body.size(); ++size) {
+            Bytes cut(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(size));
+            ASSERT_TRUE(isSame(cut, 40, 16, channels)) << size;
+            cut.push_back(0xFF);
+            ASSERT_TRUE(isSame(cut, 40, 16, channels)) << size;
+        }
+    }
+}
+
+TEST_P(FastPath, AgreesOnMutatedStreams)
+{
+    std::mt19937 random(20260101);
+    int count = 0;
+    int failed = 0;
+    int taken = 0;
+    for (const int channels : {1, 3}) {
+        for (const int quality : {0, 20, 75, 90, 100}) {
+            setQuality(quality);
+            for (const Pattern pattern : samples::kPatterns) {
+                const Bytes body =
+                    samples::encode(samples::page(pattern, 72, 16, channels), quality);
+                for (int round = 0; round < 240; ++round, ++count) {
+                    Bytes mutated = body;
+                    const auto changes = static_cast<unsigned>(1 + random() % 4);
+                    for (unsigned i = 0; i < changes; ++i) {
+                        unsigned char& byte = mutated[random() % mutated.size()];
+                        byte = static_cast<unsigned char>(
+                            random() % 2 == 0 ? byte ^ 1U << random() % 8 : random());
+                    }
+                    if (random() % 8 == 0) {
+                        mutated.resize(random() % mutated.size());
+                    }
+                    ASSERT_TRUE(isSame(mutated, 72, 16, channels)) << count;
+                    failed += decode(*fast, mutated, 72, 16, 3).status != 0 ? 1 : 0;
+                    taken += round % 8 == 0 && isTaken(mutated, 72, 16, channels) ? 1 : 0;
+                }
+            }
+        }
+    }
+    EXPECT_GE(count, 12000);
+    EXPECT_GT(failed, 500);
+    EXPECT_GT(taken, 100);
+}
+
+TEST_P(FastPath, AgreesOnRandomBytes)
+{
+    std::mt19937 random(77);
+    for (int round = 0; round < 3000; ++round) {
+        setQuality(static_cast<int>(random() % 102) - 1);
+        Bytes body(random() % 600);
+        for (unsigned char& byte : body) {
+            byte = static_cast<unsigned char>(random() & random());
+        }
+        ASSERT_TRUE(isSame(body, 40, 8, 1)) << round;
+        ASSERT_TRUE(isSame(body, 40, 8, 3)) << round;
+    }
+}
+
+// Coefficients that no picture has: at and beyond the ends of 16 bits.
+TEST_P(FastPath, AgreesOnExtremeCoefficients)
+{
+    std::mt19937 random(78);
+    for (const int quality : {0, 1, 5, 25, 50, 100}) {
+        setQuality(quality);
+        for (int round = 0; round < 400; ++round) {
+            BitWriter writer;
+            const int channels = round % 2 == 0 ? 1 : 3;
+            const int largest = 1 << random() % 11;
+            for (int block = 0; block < 5 * channels; ++block) {
+                const int component = block % channels;
+                const auto value = [&](int limit) {
+                    return static_cast<int>(random() % static_cast<unsigned>(2 * limit + 1)) -
+                           limit;
+                };
+                writer.dc(random() % 2 == 0 ? 2 * largest - 1 : value(2 * largest - 1), component);
+                const auto density = static_cast<unsigned>(random() % 70);
+                unsigned coefficients = 0;
+                for (; coefficients < density && coefficients < 63; ++coefficients) {
+                    const int v = value(largest - 1);
+                    writer.ac(0, v != 0 ? v : 1, component);
+                }
+                if (coefficients < 63) {
+                    writer.endOfBlock(component);
+                }
+            }
+            ASSERT_TRUE(isSame(writer.finish(), 40, 8, channels)) << quality << " " << round;
+        }
+    }
+}
+
+// Lone DC coefficients of every size, and sums that leave 16 and, dequantised, 32 bits.
+TEST_P(FastPath, AgreesOnEveryLevel)
+{
+    for (const int quality : {100, 50, 0}) {
+        setQuality(quality);
+        for (const int step : {1, 7, 128, 2047, -1, -128, -2047}) {
+            BitWriter grey;
+            BitWriter colour;
+            for (int i = 0; i < 64; ++i) {
+                grey.dc(step, 0).endOfBlock(0);
+                colour.dc(i % 2 == 0 ? step : -step, 0).endOfBlock(0);
+                colour.dc(step, 1).endOfBlock(1).dc(-step, 2).endOfBlock(2);
+            }
+            ASSERT_TRUE(isSame(grey.finish(), 512, 8, 1)) << step;
+            ASSERT_TRUE(isSame(colour.finish(), 512, 8, 3)) << step;
+        }
+    }
+    // A predictor of 2^23 and more, times 255.
+    BitWriter large;
+    for (int i = 0; i < 6000; ++i) {
+        large.dc(2047, 0).endOfBlock(0);
+    }
+    ASSERT_TRUE(isSame(large.finish(), 8000, 48, 1));
+}
+
+TEST_P(FastPath, AgreesWithoutStuffing)
+{
+    scalar = std::make_unique<Wicket>(0);
+    fast = std::make_unique<Wicket>(0);
+    scalar->useKernel(nullptr);
+    fast->useKernel(GetParam());
+    std::mt19937 random(79);
+    for (const int channels : {1, 3}) {
+        const Bytes body = samples::encode(samples::page(Pattern::noise, 96, 16, channels), 80);
+        ASSERT_TRUE(isSame(body, 96, 16, channels));
+        const Bytes plain = samples::encode(samples::page(Pattern::blank, 96, 16, channels), 80);
+        ASSERT_TRUE(isSame(plain, 96, 16, channels));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Wicket, FastPath, testing::ValuesIn(kernels()),
+                         [](const auto& kernel) { return std::string(kernel.param->name); });
+
+TEST(FastPathChoice, TheBestKernelIsTheDefault)
+{
+    EXPECT_EQ(Wicket::bestKernel(), kernels().back());
+}
+
+}  // namespace
