@@ -26,7 +26,7 @@ class Chunks : public testing::Test {
 protected:
     void start(int width, int channels, int lines = 32)
     {
-        decoder.StartDecomp(width, lines, channels, channels * 8);
+        decoder.StartDecomp(width, lines, channels, 24);
     }
 
     // Decodes one chunk into room bytes that held 0xEE, with a guard behind them.
@@ -75,7 +75,7 @@ TEST_F(Chunks, PadBytes)
     for (const auto& [stuffing, width, channels, pad] : cases) {
         CDecompWicket other(stuffing);
         EXPECT_EQ(other.GetNumPadBytesPerLine(), 0);
-        other.StartDecomp(width, 10, channels, channels * 8);
+        other.StartDecomp(width, 10, channels, 8);
         EXPECT_EQ(other.GetNumPadBytesPerLine(), pad) << stuffing << " " << width;
         other.EndDecomp();
         EXPECT_EQ(other.GetMaxLinesPerBand(), 32);

@@ -6,12 +6,23 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <ostream>
 #include <random>
 
 using samples::BitWriter;
 using samples::Bytes;
 using samples::Image;
 using samples::Pattern;
+
+namespace wicket {
+
+// In the names of the tests.
+void PrintTo(const Kernel* kernel, std::ostream* out)
+{
+    *out << kernel->name;
+}
+
+}  // namespace wicket
 
 namespace {
 

@@ -210,8 +210,8 @@ BitWriter& BitWriter::bits(unsigned value, int count)
 BitWriter& BitWriter::dc(int diff, int component)
 {
     const int size = sizeCategory(diff);
-    // The code of a size is the shortest prefix that decodes to it.
-    for (int lookahead = 0; lookahead < 65536; ++lookahead) {
+    // No code of a size is longer than eleven bits.
+    for (int lookahead = 0; lookahead < 65536; lookahead += 32) {
         int symbol = 0;
         int length = 0;
         if (codec(component).DecodeDCSymbol(lookahead, &symbol, &length) == 0 && symbol == size) {

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <memory>
+#include <ostream>
 #include <random>
 
 using samples::BitWriter;
@@ -428,6 +429,11 @@ struct Digest {
     int quality;
     std::uint64_t expected;
 };
+
+void PrintTo(const Digest& digest, std::ostream* out)
+{
+    *out << (digest.channels == 1 ? "grey" : "colour") << digest.quality;
+}
 
 class Pages : public WicketTest, public testing::WithParamInterface<Digest> {};
 
