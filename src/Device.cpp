@@ -2,6 +2,7 @@
 
 #include "CLogger.h"
 #include "IOComm.h"
+#include "NameList.h"
 #include "NetComm.h"
 
 #include <cstdio>
@@ -26,25 +27,8 @@ constexpr int kShortNameFields = 3;
 char pBuffer[kTableRows][kNameSize];
 int iNetCount = 0;
 
-// The names that one transport has found; frees what getScanners allocated.
-struct FoundNames {
-    char** names = nullptr;
-    int count = 0;
-
-    FoundNames() = default;
-    FoundNames(const FoundNames&) = delete;
-    FoundNames& operator=(const FoundNames&) = delete;
-    ~FoundNames()
-    {
-        for (int i = 0; names != nullptr && i < count; ++i) {
-            free(names[i]);
-        }
-        free(names);
-    }
-};
-
 template <typename Transport>
-bool enumerate(FoundNames* found, void* conf)
+bool enumerate(NameList* found, void* conf)
 {
     const std::unique_ptr<ICommunication> transport(new (std::nothrow) Transport);
     if (!transport) {
@@ -81,7 +65,7 @@ char* newEntry(const char* name)
     return entry;
 }
 
-void rememberFullNames(const FoundNames& net, const CLogger& log)
+void rememberFullNames(const NameList& net, const CLogger& log)
 {
     iNetCount = net.count;
     if (net.count >= kTableRows) {
@@ -120,8 +104,8 @@ int Device::getScanners(char*** list, int* count, void* conf, int which)
     const CLogger log;
     SL_START_TO(log);
     SL_TRACE_TO(log, "getScanners form device");
-    FoundNames usb;
-    FoundNames net;
+    NameList usb;
+    NameList net;
     if ((which & kUsb) != 0 && !enumerate<IOComm>(&usb, conf)) {
         SL_RETURN_TO(log, 1);
     }
@@ -138,12 +122,10 @@ int Device::getScanners(char*** list, int* count, void* conf, int which)
         SL_RETURN_TO(log, 1);
     }
 
-    FoundNames entries;
-    entries.names = static_cast<char**>(calloc(static_cast<size_t>(total), sizeof(char*)));
-    if (entries.names == nullptr) {
+    NameList entries;
+    if (!entries.allocate(total)) {
         SL_RETURN_TO(log, 1);
     }
-    entries.count = total;
     rememberFullNames(net, log);
     for (int i = 0; i < total; ++i) {
         entries.names[i] = i < usb.count
@@ -154,8 +136,7 @@ int Device::getScanners(char*** list, int* count, void* conf, int which)
         }
         SL_TRACE_TO(log, "entry #%d: %s", i, entries.names[i]);
     }
-    *list = entries.names;
-    entries.names = nullptr;
+    *list = entries.release();
     SL_RETURN_TO(log, 0);
 }
 
@@ -182,7 +163,7 @@ ICommunication* Device::CreateInstance(const char* name, void* conf)
 
     if (iNetCount < 1) {
         SL_TRACE_TO(log, "network scanners empty retrieving info again");
-        FoundNames unused;
+        NameList unused;
         getScanners(&unused.names, &unused.count, conf, kNetwork);
     }
     std::unique_ptr<NetComm> net(new (std::nothrow) NetComm);

@@ -4,6 +4,7 @@
 #include "CancelToken.h"
 #include "ICommand.h"
 #include "ImageData.h"
+#include "NameList.h"
 #include "SaneConfReader.h"
 #include "ScanRecord.h"
 
@@ -128,14 +129,6 @@ void keepLibusbLoaded()
     }
 }
 
-void freeNames(char** names, int count)
-{
-    for (int i = 0; i < count; ++i) {
-        free(names[i]);
-    }
-    free(names);
-}
-
 }  // namespace
 
 IOComm::IOComm()
@@ -165,23 +158,22 @@ int IOComm::getScanners(char*** list, int* count, void* conf)
     int found = 0;
     forEachScanner(busses, models, [&found](usb_bus&, struct usb_device&) { ++found; });
 
-    char** names = static_cast<char**>(calloc(static_cast<size_t>(found) + 1, sizeof(char*)));
-    if (names == nullptr) {
+    NameList names;
+    if (!names.allocate(found)) {
         SL_RETURN(TRANSPORT_NO_COMMAND);
     }
     int listed = 0;
     forEachScanner(busses, models, [&](usb_bus& bus, struct usb_device& device) {
         char* name = listed < found ? newDeviceName(bus, device) : nullptr;
         if (name != nullptr) {
-            names[listed++] = name;
+            names.names[listed++] = name;
         }
     });
     if (listed < found) {
-        freeNames(names, listed);
         SL_RETURN(TRANSPORT_NO_COMMAND);
     }
-    *list = names;
     *count = listed;
+    *list = names.release();
     SL_RETURN(TRANSPORT_OK);
 }
 

@@ -1,6 +1,7 @@
 #include "SaneInterface.h"
 
 #include "CLogger.h"
+#include "NameList.h"
 #include "ScanLib.h"
 
 #include <algorithm>
@@ -421,24 +422,7 @@ const SANE_Device* newDevice(char* description)
     return device.release();
 }
 
-// The strings of the engine, freed at the end.
-struct Descriptions {
-    char** strings = nullptr;
-    int count = 0;
-
-    Descriptions() = default;
-    Descriptions(const Descriptions&) = delete;
-    Descriptions& operator=(const Descriptions&) = delete;
-    ~Descriptions()
-    {
-        for (int i = 0; strings != nullptr && i < count; ++i) {
-            free(strings[i]);
-        }
-        free(strings);
-    }
-};
-
-void buildDeviceList(const Descriptions& found)
+void buildDeviceList(const NameList& found)
 {
     freeDeviceList();
     g_pDeviceListPtr = static_cast<const SANE_Device**>(
@@ -447,7 +431,7 @@ void buildDeviceList(const Descriptions& found)
         throw std::bad_alloc();
     }
     for (; iNum < found.count; ++iNum) {
-        g_pDeviceListPtr[iNum] = newDevice(found.strings[iNum]);
+        g_pDeviceListPtr[iNum] = newDevice(found.names[iNum]);
     }
 }
 
@@ -690,8 +674,8 @@ SANE_Status entry::sane_ScanLib_get_devices(const SANE_Device*** device_list,
     const CLogger log;
     SL_START_TO(log);
     const SANE_Status status = guarded([&] {
-        Descriptions found;
-        if (device_list == nullptr || ScanLib::GetScanners(&found.strings, &found.count) != 0) {
+        NameList found;
+        if (device_list == nullptr || ScanLib::GetScanners(&found.names, &found.count) != 0) {
             SL_TRACE_TO(log, "No scanners found");
             return SANE_STATUS_INVAL;
         }
