@@ -3,11 +3,14 @@
 #include "wicket/WicketTables.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <new>
 
 namespace {
+
+using wicket::Extent;
 
 constexpr std::uint8_t kEndOfBlock = 128;  // marks in place of a run, beyond every run
 constexpr std::uint8_t kLong = 129;        // the code itself does not fit into the table
@@ -15,6 +18,21 @@ constexpr std::uint8_t kSplit = 130;       // only the code does: value is the s
 
 // Zeros behind the body: more than a block and a refill can read on.
 constexpr std::size_t kSlack = 512;
+
+// Beyond it, the kernels cannot round a lone DC coefficient.
+constexpr int kLargestDC = 32767 - 4;
+
+// Of a block whose first count coefficients, in zig-zag order, may be other than zero.
+Extent extentOf(unsigned count)
+{
+    constexpr unsigned kCorner = 10;
+    return count <= 1 ? Extent::dc : count <= kCorner ? Extent::corner : Extent::all;
+}
+
+bool isInt16(int value)
+{
+    return value == static_cast<std::int16_t>(value);
+}
 
 // A value of the given size, from the bits behind its code.
 int valueOf(std::uint64_t bits, int size)
@@ -145,9 +163,11 @@ void FastDecoder::prepare(const wicket::Kernel& kernel, const int* luminance,
     std::fill(std::begin(previousDC), std::end(previousDC), 0);
 }
 
-bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, bool* isFlat)
+bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block,
+                              Extent* extent)
 {
     const Tables& table = tables[component == 0 ? 0 : 1];
+    const std::int16_t* factors = dequant[component == 0 ? 0 : 1];
     Bits bits = shared;
     bits.refill();
     const DCEntry dc = table.dc[bits.top >> (64 - kPeekBits)];
@@ -158,7 +178,7 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, 
     int& previous = previousDC[component];
     previous += valueOf(bits.top, dc.size);
     bits.consume(dc.size);
-    if (previous != static_cast<std::int16_t>(previous)) {
+    if (std::abs(previous * factors[0]) > kLargestDC) {
         return false;
     }
     block[0] = static_cast<std::int16_t>(previous);
@@ -203,10 +223,14 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block, 
         } else if (k > 63) {
             return false;
         } else {
-            block[places[k++]] = static_cast<std::int16_t>(value);
+            const std::uint16_t at = places[k++];
+            if (!isInt16(value * factors[at])) {
+                return false;
+            }
+            block[at] = static_cast<std::int16_t>(value);
         }
     }
-    *isFlat = *isFlat && k == 1;
+    *extent = std::max(*extent, extentOf(k));
     shared = bits;
     return bits.next <= bits.end + 16;
 }
@@ -217,14 +241,14 @@ bool FastDecoder::decodeGroup(Bits& bits, int components, std::size_t count)
     for (std::size_t c = 0; c < static_cast<std::size_t>(components); ++c) {
         memset(coefficients + c * kPlaneStep, 0, used * sizeof coefficients[0]);
     }
-    std::fill(std::begin(flatGroups), std::end(flatGroups), true);
+    std::fill(std::begin(extents), std::end(extents), Extent::dc);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t group = i / atOnce;
         const std::size_t at = group * atOnce * 64 + i % atOnce * 8;
         for (int c = 0; c < components; ++c) {
             const auto plane = static_cast<std::size_t>(c);
             if (!decodeBlock(bits, c, coefficients + plane * kPlaneStep + at,
-                             &flatGroups[plane * kGroup + group])) {
+                             &extents[plane * kGroup + group])) {
                 return false;
             }
         }
@@ -253,8 +277,8 @@ bool FastDecoder::decode(const wicket::Kernel& kernel, const unsigned char* data
             const auto blocks = static_cast<int>(count);
             const bool isExact =
                 plane.components == 1
-                    ? kernel.grey(coefficients, dequant[0], flatGroups, blocks, out, stride)
-                    : kernel.colour(coefficients, kPlaneStep, dequant[0], dequant[1], flatGroups,
+                    ? kernel.grey(coefficients, dequant[0], extents, blocks, out, stride)
+                    : kernel.colour(coefficients, kPlaneStep, dequant[0], dequant[1], extents,
                                     kGroup, blocks, out, stride);
             if (!isExact) {
                 return false;

@@ -51,7 +51,7 @@ private:
     static ACEntry entryFor(const HuffCodec& codec, unsigned peeked);
     bool unstuff(const unsigned char* data, int len);
     void prepare(const wicket::Kernel& kernel, const int* luminance, const int* chrominance);
-    bool decodeBlock(Bits& bits, int component, std::int16_t* block, bool* isFlat);
+    bool decodeBlock(Bits& bits, int component, std::int16_t* block, wicket::Extent* extent);
     bool decodeGroup(Bits& bits, int components, std::size_t count);
 
     static constexpr std::size_t kGroup = 16;  // positions that are decoded before they are drawn
@@ -61,7 +61,7 @@ private:
     bool hasStuffing;
     Tables tables[2];
     std::int16_t coefficients[3 * kPlaneStep];
-    bool flatGroups[3 * kGroup];
+    wicket::Extent extents[3 * kGroup];
     int previousDC[3];
     std::uint16_t places[64];  // of the coefficients of the stream in an interleaved group
     std::int16_t dequant[2][4 * 64];
