@@ -42,6 +42,12 @@ int valueOf(std::uint64_t bits, int size)
     return isNegative ? magnitude - (1 << size) + 1 : magnitude;
 }
 
+// The bits that were peeked at behind a code of the given length.
+std::uint64_t behindCode(unsigned peeked, int length)
+{
+    return std::uint64_t{peeked} << (64 - FastDecoder::kPeekBits + length);
+}
+
 }  // namespace
 
 // The bits of the body, the next one on top.
@@ -51,7 +57,7 @@ struct FastDecoder::Bits {
     const unsigned char* end;
     std::uint64_t top = 0;
     unsigned held = 0;
-    unsigned lastSymbol = 0;  // bits of the last symbol
+    unsigned lastSymbol = 0;  // bits of the last end of a block, 0 when it ended full
 
     // At least 56 bits.
     void refill()
@@ -86,18 +92,27 @@ FastDecoder::FastDecoder(const Huffman& huffman, bool isStuffed)
 void FastDecoder::build(const HuffCodec& codec, Tables& made)
 {
     for (unsigned peeked = 0; peeked < kEntries; ++peeked) {
-        int symbol = 0;
-        int length = 0;
-        const int lookahead = static_cast<int>(peeked << (16 - kPeekBits));
-        if (codec.DecodeDCSymbol(lookahead, &symbol, &length) != 0 || length > kPeekBits) {
-            symbol = length = 0;
-        }
-        made.dc[peeked] = {static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(symbol)};
-        made.ac[peeked] = entryFor(codec, peeked);
+        made.dc[peeked] = dcEntry(codec, peeked);
+        made.ac[peeked] = acEntry(codec, peeked);
     }
 }
 
-FastDecoder::ACEntry FastDecoder::entryFor(const HuffCodec& codec, unsigned peeked)
+FastDecoder::DCEntry FastDecoder::dcEntry(const HuffCodec& codec, unsigned peeked)
+{
+    int size = 0;
+    int length = 0;
+    const int lookahead = static_cast<int>(peeked << (16 - kPeekBits));
+    if (codec.DecodeDCSymbol(lookahead, &size, &length) != 0 || length > kPeekBits) {
+        return {0, 0, 0};
+    }
+    if (length + size > kPeekBits) {
+        return {0, static_cast<std::uint8_t>(length), static_cast<std::uint8_t>(size)};
+    }
+    return {static_cast<std::int16_t>(valueOf(behindCode(peeked, length), size)),
+            static_cast<std::uint8_t>(length + size), 0};
+}
+
+FastDecoder::ACEntry FastDecoder::acEntry(const HuffCodec& codec, unsigned peeked)
 {
     const ACEntry unknown = {0, kLong, 0};
     int symbol = 0;
@@ -113,10 +128,9 @@ FastDecoder::ACEntry FastDecoder::entryFor(const HuffCodec& codec, unsigned peek
     if (length + size > kPeekBits || symbol == 0xF0) {
         return {static_cast<std::int16_t>(symbol), kSplit, static_cast<std::uint8_t>(length)};
     }
-    const std::uint64_t behind = std::uint64_t{peeked} << (64 - kPeekBits + length);
     const int run = symbol == 0 ? kEndOfBlock : symbol >> 4;
-    return {static_cast<std::int16_t>(valueOf(behind, size)), static_cast<std::uint8_t>(run),
-            static_cast<std::uint8_t>(length + size)};
+    return {static_cast<std::int16_t>(valueOf(behindCode(peeked, length), size)),
+            static_cast<std::uint8_t>(run), static_cast<std::uint8_t>(length + size)};
 }
 
 bool FastDecoder::unstuff(const unsigned char* data, int len)
@@ -163,26 +177,60 @@ void FastDecoder::prepare(const wicket::Kernel& kernel, const int* luminance,
     std::fill(std::begin(previousDC), std::end(previousDC), 0);
 }
 
-bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block,
-                              Extent* extent)
+// A symbol that does not fit into the tables.
+inline __attribute__((always_inline)) bool FastDecoder::decodeLong(Bits& bits, int component,
+                                                                   ACEntry entry,
+                                                                   std::int16_t* block,
+                                                                   unsigned* next)
+{
+    int symbol = entry.value;
+    int length = entry.length;
+    if (entry.run != kSplit &&
+        (entry.run != kLong || codes.codecOf(component).DecodeACSymbol(
+                                   static_cast<int>(bits.top >> 48), &symbol, &length) != 0)) {
+        return false;
+    }
+    bits.consume(static_cast<unsigned>(length));
+    const unsigned k = *next + (static_cast<unsigned>(symbol) >> 4);
+    *next = k + 1;
+    if (symbol == 0xF0) {
+        return k < 64;
+    }
+    const int size = symbol & 15;
+    const int value = valueOf(bits.top, size);
+    bits.consume(static_cast<unsigned>(size));
+    if (k > 63) {
+        return false;
+    }
+    const std::uint16_t at = places[k];
+    block[at] = static_cast<std::int16_t>(value);
+    return isInt16(value * dequant[component == 0 ? 0 : 1][at]);
+}
+
+inline __attribute__((always_inline)) bool FastDecoder::decodeBlock(Bits& bits, int component,
+                                                                    std::int16_t* block,
+                                                                    Extent* extent)
 {
     const Tables& table = tables[component == 0 ? 0 : 1];
     const std::int16_t* factors = dequant[component == 0 ? 0 : 1];
-    Bits bits = shared;
     bits.refill();
     const DCEntry dc = table.dc[bits.top >> (64 - kPeekBits)];
     if (dc.length == 0) {
         return false;
     }
     bits.consume(dc.length);
-    int& previous = previousDC[component];
-    previous += valueOf(bits.top, dc.size);
-    bits.consume(dc.size);
+    int previous = previousDC[component] + dc.value;
+    if (dc.size > 0) {
+        previous += valueOf(bits.top, dc.size);
+        bits.consume(dc.size);
+    }
+    previousDC[component] = previous;
     if (std::abs(previous * factors[0]) > kLargestDC) {
         return false;
     }
     block[0] = static_cast<std::int16_t>(previous);
 
+    bits.lastSymbol = 0;
     unsigned k = 1;
     while (k < 64) {
         if (bits.held < 32) {
@@ -192,7 +240,6 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block,
         const unsigned place = k + entry.run;
         if (place < 64) {
             bits.consume(entry.length);
-            bits.lastSymbol = entry.length;
             block[places[place]] = entry.value;
             k = place + 1;
             continue;
@@ -202,46 +249,22 @@ bool FastDecoder::decodeBlock(Bits& shared, int component, std::int16_t* block,
             bits.lastSymbol = entry.length;
             break;
         }
-        int symbol = entry.value;
-        int length = entry.length;
-        if (entry.run != kSplit &&
-            (entry.run != kLong || codes.codecOf(component).DecodeACSymbol(
-                                       static_cast<int>(bits.top >> 48), &symbol, &length) != 0)) {
+        if (!decodeLong(bits, component, entry, block, &k)) {
             return false;
-        }
-        const int size = symbol & 15;
-        bits.consume(static_cast<unsigned>(length));
-        const int value = valueOf(bits.top, size);
-        bits.consume(static_cast<unsigned>(size));
-        bits.lastSymbol = static_cast<unsigned>(length + size);
-        k += static_cast<unsigned>(symbol) >> 4;
-        if (symbol == 0xF0) {
-            ++k;
-            if (k > 64) {
-                return false;
-            }
-        } else if (k > 63) {
-            return false;
-        } else {
-            const std::uint16_t at = places[k++];
-            if (!isInt16(value * factors[at])) {
-                return false;
-            }
-            block[at] = static_cast<std::int16_t>(value);
         }
     }
     *extent = std::max(*extent, extentOf(k));
-    shared = bits;
     return bits.next <= bits.end + 16;
 }
 
-bool FastDecoder::decodeGroup(Bits& bits, int components, std::size_t count)
+bool FastDecoder::decodeGroup(Bits& shared, int components, std::size_t count)
 {
     const std::size_t used = (count + atOnce - 1) / atOnce * atOnce * 64;
     for (std::size_t c = 0; c < static_cast<std::size_t>(components); ++c) {
         memset(coefficients + c * kPlaneStep, 0, used * sizeof coefficients[0]);
     }
     std::fill(std::begin(extents), std::end(extents), Extent::dc);
+    Bits bits = shared;
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t group = i / atOnce;
         const std::size_t at = group * atOnce * 64 + i % atOnce * 8;
@@ -253,6 +276,7 @@ bool FastDecoder::decodeGroup(Bits& bits, int components, std::size_t count)
             }
         }
     }
+    shared = bits;
     return true;
 }
 

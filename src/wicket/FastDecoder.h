@@ -27,15 +27,17 @@ public:
                 const Plane& plane, const int* luminance, const int* chrominance,
                 std::int64_t* bitsUsed);
 
+    static constexpr int kPeekBits = 11;  // of the stream, looked up at once
+
 private:
-    static constexpr int kPeekBits = 11;
     static constexpr int kEntries = 1 << kPeekBits;
 
-    struct DCEntry {
-        std::uint8_t length;  // 0: no code
-        std::uint8_t size;
-    };
     // A code with its value, where both fit into kPeekBits.
+    struct DCEntry {
+        std::int16_t value;
+        std::uint8_t length;  // 0: no code
+        std::uint8_t size;    // of the value when it did not fit, else 0
+    };
     struct ACEntry {
         std::int16_t value;
         std::uint8_t run;  // or one of the marks
@@ -48,10 +50,12 @@ private:
     struct Bits;
 
     static void build(const HuffCodec& codec, Tables& tables);
-    static ACEntry entryFor(const HuffCodec& codec, unsigned peeked);
+    static DCEntry dcEntry(const HuffCodec& codec, unsigned peeked);
+    static ACEntry acEntry(const HuffCodec& codec, unsigned peeked);
     bool unstuff(const unsigned char* data, int len);
     void prepare(const wicket::Kernel& kernel, const int* luminance, const int* chrominance);
     bool decodeBlock(Bits& bits, int component, std::int16_t* block, wicket::Extent* extent);
+    bool decodeLong(Bits& bits, int component, ACEntry entry, std::int16_t* block, unsigned* next);
     bool decodeGroup(Bits& bits, int components, std::size_t count);
 
     static constexpr std::size_t kGroup = 16;  // positions that are decoded before they are drawn

@@ -225,8 +225,8 @@ struct Target {
     unsigned char spare[8][kLanes * kMaxPixelBytes];
 };
 
-bool greyBlocks(const int16_t* coefficients, const int16_t* dequant, const Extent* extent, int count,
-                unsigned char* out, size_t stride)
+bool greyBlocks(const int16_t* coefficients, const int16_t* dequant, const Extent* extent,
+                int count, unsigned char* out, size_t stride)
 {
     for (int done = 0; done < count; done += Vec::kBlocks) {
         Vec x[8];
