@@ -12,9 +12,11 @@ namespace {
 
 using wicket::Extent;
 
-constexpr std::uint8_t kEndOfBlock = 128;  // marks in place of a run, beyond every run
-constexpr std::uint8_t kLong = 129;        // the code itself does not fit into the table
-constexpr std::uint8_t kSplit = 130;       // only the code does: value is the symbol
+// In place of a run; they lead to positions that say what happened.
+constexpr unsigned kEnd = 127;
+constexpr unsigned kLong = 191;
+// From these positions on, a second code may belong to the next block.
+constexpr unsigned kPairsEnd = 48;
 
 // Zeros behind the body: more than a block and a refill can read on.
 constexpr std::size_t kSlack = 512;
@@ -71,6 +73,16 @@ struct FastDecoder::Bits {
         next += (63 - held) >> 3;
         held |= 56;
     }
+    void refillBelow32()
+    {
+        if (held < 32) {
+            refill();
+        }
+    }
+    unsigned peek() const
+    {
+        return static_cast<unsigned>(top >> (64 - kPeekBits));
+    }
     void consume(unsigned count)
     {
         top <<= count;
@@ -95,6 +107,7 @@ void FastDecoder::build(const HuffCodec& codec, Tables& made)
         made.dc[peeked] = dcEntry(codec, peeked);
         made.ac[peeked] = acEntry(codec, peeked);
     }
+    made.endLength = static_cast<unsigned>(codec.lengthOfAC(HuffCodec::CodeIndex(0)));
 }
 
 FastDecoder::DCEntry FastDecoder::dcEntry(const HuffCodec& codec, unsigned peeked)
@@ -112,25 +125,49 @@ FastDecoder::DCEntry FastDecoder::dcEntry(const HuffCodec& codec, unsigned peeke
             static_cast<std::uint8_t>(length + size), 0};
 }
 
-FastDecoder::ACEntry FastDecoder::acEntry(const HuffCodec& codec, unsigned peeked)
+// The first code of the bits alone.
+FastDecoder::ACEntry FastDecoder::acSymbol(const HuffCodec& codec, unsigned peeked)
 {
-    const ACEntry unknown = {0, kLong, 0};
+    const auto alone = [](int value, int again, unsigned run, int length) {
+        const auto bits = static_cast<std::uint8_t>(length);
+        return ACEntry{static_cast<std::int16_t>(value),
+                       static_cast<std::int16_t>(again),
+                       static_cast<std::uint8_t>(run),
+                       0,
+                       bits,
+                       bits};
+    };
     int symbol = 0;
     int length = 0;
     const int lookahead = static_cast<int>(peeked << (16 - kPeekBits));
-    if (codec.DecodeACSymbol(lookahead, &symbol, &length) != 0) {
-        return unknown;
+    if (codec.DecodeACSymbol(lookahead, &symbol, &length) != 0 || length > kPeekBits) {
+        return alone(0, 0, kLong, 0);
+    }
+    if (symbol == 0) {
+        return alone(0, 0, kEnd, length);
     }
     const int size = symbol & 15;
-    if (length > kPeekBits) {
-        return unknown;
-    }
     if (length + size > kPeekBits || symbol == 0xF0) {
-        return {static_cast<std::int16_t>(symbol), kSplit, static_cast<std::uint8_t>(length)};
+        return alone(symbol, length, kLong, 0);
     }
-    const int run = symbol == 0 ? kEndOfBlock : symbol >> 4;
-    return {static_cast<std::int16_t>(valueOf(behindCode(peeked, length), size)),
-            static_cast<std::uint8_t>(run), static_cast<std::uint8_t>(length + size)};
+    const int value = valueOf(behindCode(peeked, length), size);
+    return alone(value, value, static_cast<unsigned>(symbol) >> 4, length + size);
+}
+
+FastDecoder::ACEntry FastDecoder::acEntry(const HuffCodec& codec, unsigned peeked)
+{
+    ACEntry entry = acSymbol(codec, peeked);
+    if (entry.run >= kEnd) {
+        return entry;
+    }
+    const ACEntry next = acSymbol(codec, peeked << entry.length & (kEntries - 1));
+    if (next.run == kLong || entry.length + next.length > kPeekBits) {
+        return entry;
+    }
+    entry.second = next.first;
+    entry.step = static_cast<std::uint8_t>(next.run + 1);
+    entry.length = static_cast<std::uint8_t>(entry.length + next.length);
+    return entry;
 }
 
 bool FastDecoder::unstuff(const unsigned char* data, int len)
@@ -174,20 +211,20 @@ void FastDecoder::prepare(const wicket::Kernel& kernel, const int* luminance,
             dequant[1][places[k] + b * 8] = static_cast<std::int16_t>(chrominance[natural]);
         }
     }
+    std::fill(std::begin(places) + 64, std::end(places), std::uint16_t{0});
     std::fill(std::begin(previousDC), std::end(previousDC), 0);
 }
 
-// A symbol that does not fit into the tables.
+// A code that does not fit into the tables, or its value.
 inline __attribute__((always_inline)) bool FastDecoder::decodeLong(Bits& bits, int component,
-                                                                   ACEntry entry,
+                                                                   const ACEntry& entry,
                                                                    std::int16_t* block,
                                                                    unsigned* next)
 {
-    int symbol = entry.value;
-    int length = entry.length;
-    if (entry.run != kSplit &&
-        (entry.run != kLong || codes.codecOf(component).DecodeACSymbol(
-                                   static_cast<int>(bits.top >> 48), &symbol, &length) != 0)) {
+    int symbol = entry.first;
+    int length = entry.second;
+    if (length == 0 && codes.codecOf(component).DecodeACSymbol(static_cast<int>(bits.top >> 48),
+                                                               &symbol, &length) != 0) {
         return false;
     }
     bits.consume(static_cast<unsigned>(length));
@@ -214,7 +251,7 @@ inline __attribute__((always_inline)) bool FastDecoder::decodeBlock(Bits& bits, 
     const Tables& table = tables[component == 0 ? 0 : 1];
     const std::int16_t* factors = dequant[component == 0 ? 0 : 1];
     bits.refill();
-    const DCEntry dc = table.dc[bits.top >> (64 - kPeekBits)];
+    const DCEntry dc = table.dc[bits.peek()];
     if (dc.length == 0) {
         return false;
     }
@@ -228,31 +265,44 @@ inline __attribute__((always_inline)) bool FastDecoder::decodeBlock(Bits& bits, 
     if (std::abs(previous * factors[0]) > kLargestDC) {
         return false;
     }
-    block[0] = static_cast<std::int16_t>(previous);
 
+    // The position tells what came last: too many coefficients, kEnd or kLong.
     bits.lastSymbol = 0;
     unsigned k = 1;
-    while (k < 64) {
-        if (bits.held < 32) {
-            bits.refill();
+    do {
+        const ACEntry* entry = table.ac;
+        while (k < kPairsEnd) {
+            bits.refillBelow32();
+            entry = table.ac + bits.peek();
+            bits.consume(entry->length);
+            k += entry->run;
+            block[places[k]] = entry->first;
+            k += entry->step;
+            block[places[k]] = entry->second;
+            ++k;
         }
-        const ACEntry entry = table.ac[bits.top >> (64 - kPeekBits)];
-        const unsigned place = k + entry.run;
-        if (place < 64) {
-            bits.consume(entry.length);
-            block[places[place]] = entry.value;
-            k = place + 1;
-            continue;
+        if (k < 64) {
+            bits.refillBelow32();
+            entry = table.ac + bits.peek();
+            bits.consume(entry->firstLength);
+            k += entry->run;
+            block[places[k]] = entry->first;
+            ++k;
         }
-        if (entry.run == kEndOfBlock) {
-            bits.consume(entry.length);
-            bits.lastSymbol = entry.length;
-            break;
+        if (k > kLong) {
+            k -= kLong + 1;
+            if (!decodeLong(bits, component, *entry, block, &k)) {
+                return false;
+            }
         }
-        if (!decodeLong(bits, component, entry, block, &k)) {
-            return false;
-        }
+    } while (k < 64);
+    if (k > kEnd) {
+        k -= kEnd + 1;
+        bits.lastSymbol = table.endLength;
+    } else if (k > 64) {
+        return false;
     }
+    block[0] = static_cast<std::int16_t>(previous);
     *extent = std::max(*extent, extentOf(k));
     return bits.next <= bits.end + 16;
 }

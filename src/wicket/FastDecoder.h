@@ -38,24 +38,33 @@ private:
         std::uint8_t length;  // 0: no code
         std::uint8_t size;    // of the value when it did not fit, else 0
     };
+    // One or two codes with their values, as far as they fit. kEnd in place of a run ends the
+    // block. kLong stands alone, for a code that does not fit or whose value does not: first is
+    // its symbol then and second its length, or 0.
     struct ACEntry {
-        std::int16_t value;
-        std::uint8_t run;  // or one of the marks
-        std::uint8_t length;
+        std::int16_t first;
+        std::int16_t second;  // the first again when there is none
+        std::uint8_t run;
+        std::uint8_t step;  // from the first coefficient to the second
+        std::uint8_t firstLength;
+        std::uint8_t length;  // of both
     };
     struct Tables {
         DCEntry dc[kEntries];
         ACEntry ac[kEntries];
+        unsigned endLength;  // of the code that ends a block
     };
     struct Bits;
 
     static void build(const HuffCodec& codec, Tables& tables);
     static DCEntry dcEntry(const HuffCodec& codec, unsigned peeked);
+    static ACEntry acSymbol(const HuffCodec& codec, unsigned peeked);
     static ACEntry acEntry(const HuffCodec& codec, unsigned peeked);
     bool unstuff(const unsigned char* data, int len);
     void prepare(const wicket::Kernel& kernel, const int* luminance, const int* chrominance);
     bool decodeBlock(Bits& bits, int component, std::int16_t* block, wicket::Extent* extent);
-    bool decodeLong(Bits& bits, int component, ACEntry entry, std::int16_t* block, unsigned* next);
+    bool decodeLong(Bits& bits, int component, const ACEntry& entry, std::int16_t* block,
+                    unsigned* next);
     bool decodeGroup(Bits& bits, int components, std::size_t count);
 
     static constexpr std::size_t kGroup = 16;  // positions that are decoded before they are drawn
@@ -67,7 +76,8 @@ private:
     std::int16_t coefficients[3 * kPlaneStep];
     wicket::Extent extents[3 * kGroup];
     int previousDC[3];
-    std::uint16_t places[64];  // of the coefficients of the stream in an interleaved group
+    // Of the coefficients of the stream in an interleaved group; behind the 64th, that of DC.
+    std::uint16_t places[256];
     std::int16_t dequant[2][4 * 64];
     std::size_t atOnce = 1;
 
