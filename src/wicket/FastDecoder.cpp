@@ -18,7 +18,8 @@ constexpr unsigned kLong = 191;
 // From these positions on, a second code may belong to the next block.
 constexpr unsigned kPairsEnd = 48;
 
-// Zeros behind the body: more than a block and a refill can read on.
+// Zeros behind the body: more than a group reads on. Zeros alone decode, too; the largest such
+// blocks take 24 bytes of luminance and half a byte each of chrominance.
 constexpr std::size_t kSlack = 512;
 
 // Beyond it, the kernels cannot round a lone DC coefficient.
@@ -231,14 +232,11 @@ inline __attribute__((always_inline)) bool FastDecoder::decodeLong(Bits& bits, i
     const unsigned k = *next + (static_cast<unsigned>(symbol) >> 4);
     *next = k + 1;
     if (symbol == 0xF0) {
-        return k < 64;
+        return true;
     }
     const int size = symbol & 15;
     const int value = valueOf(bits.top, size);
     bits.consume(static_cast<unsigned>(size));
-    if (k > 63) {
-        return false;
-    }
     const std::uint16_t at = places[k];
     block[at] = static_cast<std::int16_t>(value);
     return isInt16(value * dequant[component == 0 ? 0 : 1][at]);
@@ -304,7 +302,7 @@ inline __attribute__((always_inline)) bool FastDecoder::decodeBlock(Bits& bits, 
     }
     block[0] = static_cast<std::int16_t>(previous);
     *extent = std::max(*extent, extentOf(k));
-    return bits.next <= bits.end + 16;
+    return true;
 }
 
 bool FastDecoder::decodeGroup(Bits& shared, int components, std::size_t count)
@@ -327,7 +325,7 @@ bool FastDecoder::decodeGroup(Bits& shared, int components, std::size_t count)
         }
     }
     shared = bits;
-    return true;
+    return bits.next <= bits.end + sizeof bits.top;
 }
 
 bool FastDecoder::decode(const wicket::Kernel& kernel, const unsigned char* data, int len,

@@ -136,6 +136,16 @@ TEST_P(FastPath, AgreesOnEveryEndOfInput)
     }
 }
 
+TEST_P(FastPath, AgreesOnPlanesThatEndEarly)
+{
+    setQuality(80);
+    for (const int channels : {1, 3}) {
+        for (const int size : {0, 1, 2, 100}) {
+            ASSERT_TRUE(isSame(Bytes(static_cast<std::size_t>(size)), 4096, 128, channels));
+        }
+    }
+}
+
 TEST_P(FastPath, AgreesOnMutatedStreams)
 {
     std::mt19937 random(20260101);
@@ -240,6 +250,50 @@ TEST_P(FastPath, AgreesOnEveryLevel)
         large.dc(2047, 0).endOfBlock(0);
     }
     ASSERT_TRUE(isSame(large.finish(), 8000, 48, 1));
+}
+
+// The levels at which a rounded lone DC coefficient leaves 16 bits; chrominance brings red back
+// into its range.
+TEST_P(FastPath, AgreesOnTheLargestLevels)
+{
+    setQuality(100);
+    for (const int sign : {1, -1}) {
+        BitWriter writer;
+        for (int i = 0; i < 40; ++i) {
+            writer.dc(sign * (i < 15 ? 2047 : i == 15 ? 2048 - 5 : 1), 0).endOfBlock(0);
+            writer.dc(0, 1).endOfBlock(1);
+            writer.dc(-sign * (i < 12 ? 1950 : 0), 2).endOfBlock(2);
+            ASSERT_TRUE(isSame(writer.finish(), (i + 1) * 8, 8, 3)) << sign * i;
+        }
+    }
+}
+
+// Blocks that end with their last coefficient, whatever comes before it.
+TEST_P(FastPath, DecodesFullBlocks)
+{
+    for (int last = 1; last < 64; ++last) {
+        for (int run = 0; run < 16 && last + run < 64; ++run) {
+            BitWriter writer;
+            writer.dc(1, 0).endOfBlock(0);
+            for (int block = 0; block < 2; ++block) {
+                writer.dc(1, 0);
+                for (int k = 1; k < last; ++k) {
+                    writer.ac(0, 1, 0);
+                }
+                writer.ac(run, 1, 0);
+                for (int k = last + run + 1; k < 64; ++k) {
+                    writer.ac(0, -1, 0);
+                }
+            }
+            const Bytes body = writer.finish();
+            ASSERT_TRUE(isSame(body, 24, 8, 1)) << last << " " << run;
+            ASSERT_TRUE(isTaken(body, 24, 8, 1)) << last << " " << run;
+            for (std::size_t cut = body.size() - 6; cut < body.size(); ++cut) {
+                const Bytes part(body.begin(), body.begin() + static_cast<std::ptrdiff_t>(cut));
+                ASSERT_TRUE(isSame(part, 24, 8, 1)) << last << " " << run << " " << cut;
+            }
+        }
+    }
 }
 
 TEST_P(FastPath, AgreesWithoutStuffing)
