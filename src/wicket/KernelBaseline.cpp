@@ -3,144 +3,47 @@
 
 #if defined(__SSE2__)
 
-#include <cstring>
-
 #include <emmintrin.h>
 
 namespace {
 
-struct Vec {
-    static constexpr int kBlocks = 1;
-    __m128i v;
-    static Vec load(const std::int16_t* from)
-    {
-        return {_mm_loadu_si128(reinterpret_cast<const __m128i*>(from))};
-    }
-    static Vec all16(short value) { return {_mm_set1_epi16(value)}; }
-    static Vec all32(int value) { return {_mm_set1_epi32(value)}; }
-    static Vec pair(short even, short odd)
-    {
-        return {_mm_set1_epi32(static_cast<int>(static_cast<unsigned>(odd) << 16 |
-                                                (static_cast<unsigned>(even) & 0xFFFF)))};
-    }
-};
+constexpr int kBlocks = 1;
 
-inline Vec madd(Vec a, Vec b)
+}  // namespace
+
+#include "wicket/KernelVectors.h"
+
+namespace {
+
+inline __m128i bits(Vec16 a)
 {
-    return {_mm_madd_epi16(a.v, b.v)};
+    return reinterpret_cast<__m128i>(a);
 }
 
-inline Vec add32(Vec a, Vec b)
+inline Vec32 madd(Vec16 a, Vec16 b)
 {
-    return {_mm_add_epi32(a.v, b.v)};
+    return reinterpret_cast<Vec32>(_mm_madd_epi16(bits(a), bits(b)));
 }
 
-inline Vec sub32(Vec a, Vec b)
+inline Vec16 pack(Vec32 a, Vec32 b)
 {
-    return {_mm_sub_epi32(a.v, b.v)};
+    return reinterpret_cast<Vec16>(
+        _mm_packs_epi32(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b)));
 }
 
-inline Vec pack32(Vec a, Vec b)
+inline Vec16 addSaturated(Vec16 a, Vec16 b)
 {
-    return {_mm_packs_epi32(a.v, b.v)};
+    return reinterpret_cast<Vec16>(_mm_adds_epi16(bits(a), bits(b)));
 }
 
-inline Vec multiplyLow(Vec a, Vec b)
+inline bool isAnySet(Vec16 a)
 {
-    return {_mm_mullo_epi16(a.v, b.v)};
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(bits(a), _mm_setzero_si128())) != 0xFFFF;
 }
 
-inline Vec multiplyHigh(Vec a, Vec b)
+inline void storeGrey(Vec16 a, Vec16 b, unsigned char* rowA, unsigned char* rowB)
 {
-    return {_mm_mulhi_epi16(a.v, b.v)};
-}
-
-inline Vec addSaturated16(Vec a, Vec b)
-{
-    return {_mm_adds_epi16(a.v, b.v)};
-}
-
-inline Vec max16(Vec a, Vec b)
-{
-    return {_mm_max_epi16(a.v, b.v)};
-}
-
-inline Vec min16(Vec a, Vec b)
-{
-    return {_mm_min_epi16(a.v, b.v)};
-}
-
-inline Vec equal16(Vec a, Vec b)
-{
-    return {_mm_cmpeq_epi16(a.v, b.v)};
-}
-
-inline Vec or16(Vec a, Vec b)
-{
-    return {_mm_or_si128(a.v, b.v)};
-}
-
-inline Vec xor16(Vec a, Vec b)
-{
-    return {_mm_xor_si128(a.v, b.v)};
-}
-
-inline Vec zipLow16(Vec a, Vec b)
-{
-    return {_mm_unpacklo_epi16(a.v, b.v)};
-}
-
-inline Vec zipHigh16(Vec a, Vec b)
-{
-    return {_mm_unpackhi_epi16(a.v, b.v)};
-}
-
-inline Vec zipLow32(Vec a, Vec b)
-{
-    return {_mm_unpacklo_epi32(a.v, b.v)};
-}
-
-inline Vec zipHigh32(Vec a, Vec b)
-{
-    return {_mm_unpackhi_epi32(a.v, b.v)};
-}
-
-inline Vec zipLow64(Vec a, Vec b)
-{
-    return {_mm_unpacklo_epi64(a.v, b.v)};
-}
-
-inline Vec zipHigh64(Vec a, Vec b)
-{
-    return {_mm_unpackhi_epi64(a.v, b.v)};
-}
-
-template <int kBits>
-inline Vec shiftRight32(Vec a)
-{
-    return {_mm_srai_epi32(a.v, kBits)};
-}
-
-template <int kBits>
-inline Vec shiftRight16(Vec a)
-{
-    return {_mm_srai_epi16(a.v, kBits)};
-}
-
-inline bool isAnySet(Vec a)
-{
-    return _mm_movemask_epi8(_mm_cmpeq_epi8(a.v, _mm_setzero_si128())) != 0xFFFF;
-}
-
-// The first value of each block in all of its lanes.
-inline Vec firstOfBlock(Vec a)
-{
-    return {_mm_shuffle_epi32(_mm_shufflelo_epi16(a.v, 0), 0)};
-}
-
-inline void storeGrey(Vec a, Vec b, unsigned char* rowA, unsigned char* rowB)
-{
-    const __m128i both = _mm_packus_epi16(a.v, b.v);
+    const __m128i both = _mm_packus_epi16(bits(a), bits(b));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(rowA), both);
     _mm_storel_epi64(reinterpret_cast<__m128i*>(rowB), _mm_srli_si128(both, 8));
 }
@@ -154,12 +57,12 @@ inline __m128i closeUp(__m128i pixels)
     return _mm_or_si128(first, second);
 }
 
-inline void storeColour(Vec red, Vec green, Vec blue, unsigned char* row)
+inline void storeColour(Vec16 red, Vec16 green, Vec16 blue, unsigned char* row)
 {
     const __m128i zero = _mm_setzero_si128();
-    const __m128i r = _mm_packus_epi16(red.v, red.v);
-    const __m128i g = _mm_packus_epi16(green.v, green.v);
-    const __m128i b = _mm_packus_epi16(blue.v, blue.v);
+    const __m128i r = _mm_packus_epi16(bits(red), bits(red));
+    const __m128i g = _mm_packus_epi16(bits(green), bits(green));
+    const __m128i b = _mm_packus_epi16(bits(blue), bits(blue));
     const __m128i rg = _mm_unpacklo_epi8(r, g);
     const __m128i bz = _mm_unpacklo_epi8(b, zero);
     const __m128i low = closeUp(_mm_unpacklo_epi16(rg, bz));
@@ -178,7 +81,7 @@ inline void storeColour(Vec red, Vec green, Vec blue, unsigned char* row)
 
 const wicket::Kernel* wicket::baselineKernel()
 {
-    static const Kernel kernel = {"sse2", Vec::kBlocks, greyBlocks, colourBlocks};
+    static const Kernel kernel = {"sse2", kBlocks, greyBlocks, colourBlocks};
     return &kernel;
 }
 
@@ -188,154 +91,43 @@ const wicket::Kernel* wicket::baselineKernel()
 
 namespace {
 
-struct Vec {
-    static constexpr int kBlocks = 1;
-    int16x8_t v;
+constexpr int kBlocks = 1;
 
-    static Vec load(const std::int16_t* from) { return {vld1q_s16(from)}; }
-    static Vec all16(short value) { return {vdupq_n_s16(value)}; }
-    static Vec all32(int value) { return {vreinterpretq_s16_s32(vdupq_n_s32(value))}; }
-    static Vec pair(short even, short odd)
-    {
-        return {vzip1q_s16(vdupq_n_s16(even), vdupq_n_s16(odd))};
-    }
-};
+}  // namespace
 
-inline int32x4_t wide(Vec a)
+#include "wicket/KernelVectors.h"
+
+namespace {
+
+inline Vec32 madd(Vec16 a, Vec16 b)
 {
-    return vreinterpretq_s32_s16(a.v);
+    return vpaddq_s32(vmull_s16(vget_low_s16(a), vget_low_s16(b)), vmull_high_s16(a, b));
 }
 
-inline Vec narrow(int32x4_t a)
+inline Vec16 pack(Vec32 a, Vec32 b)
 {
-    return {vreinterpretq_s16_s32(a)};
+    return vcombine_s16(vqmovn_s32(a), vqmovn_s32(b));
 }
 
-inline Vec madd(Vec a, Vec b)
+inline Vec16 addSaturated(Vec16 a, Vec16 b)
 {
-    return narrow(
-        vpaddq_s32(vmull_s16(vget_low_s16(a.v), vget_low_s16(b.v)), vmull_high_s16(a.v, b.v)));
+    return vqaddq_s16(a, b);
 }
 
-inline Vec add32(Vec a, Vec b)
+inline bool isAnySet(Vec16 a)
 {
-    return narrow(vaddq_s32(wide(a), wide(b)));
+    return vmaxvq_u16(vreinterpretq_u16_s16(a)) != 0;
 }
 
-inline Vec sub32(Vec a, Vec b)
+inline void storeGrey(Vec16 a, Vec16 b, unsigned char* rowA, unsigned char* rowB)
 {
-    return narrow(vsubq_s32(wide(a), wide(b)));
+    vst1_u8(rowA, vqmovun_s16(a));
+    vst1_u8(rowB, vqmovun_s16(b));
 }
 
-inline Vec pack32(Vec a, Vec b)
+inline void storeColour(Vec16 red, Vec16 green, Vec16 blue, unsigned char* row)
 {
-    return {vcombine_s16(vqmovn_s32(wide(a)), vqmovn_s32(wide(b)))};
-}
-
-inline Vec multiplyLow(Vec a, Vec b)
-{
-    return {vmulq_s16(a.v, b.v)};
-}
-
-inline Vec multiplyHigh(Vec a, Vec b)
-{
-    const int32x4_t low = vmull_s16(vget_low_s16(a.v), vget_low_s16(b.v));
-    const int32x4_t high = vmull_high_s16(a.v, b.v);
-    return {vuzp2q_s16(vreinterpretq_s16_s32(low), vreinterpretq_s16_s32(high))};
-}
-
-inline Vec addSaturated16(Vec a, Vec b)
-{
-    return {vqaddq_s16(a.v, b.v)};
-}
-
-inline Vec max16(Vec a, Vec b)
-{
-    return {vmaxq_s16(a.v, b.v)};
-}
-
-inline Vec min16(Vec a, Vec b)
-{
-    return {vminq_s16(a.v, b.v)};
-}
-
-inline Vec or16(Vec a, Vec b)
-{
-    return {vorrq_s16(a.v, b.v)};
-}
-
-inline Vec xor16(Vec a, Vec b)
-{
-    return {veorq_s16(a.v, b.v)};
-}
-
-inline Vec zipLow16(Vec a, Vec b)
-{
-    return {vzip1q_s16(a.v, b.v)};
-}
-
-inline Vec zipHigh16(Vec a, Vec b)
-{
-    return {vzip2q_s16(a.v, b.v)};
-}
-
-inline Vec equal16(Vec a, Vec b)
-{
-    return {vreinterpretq_s16_u16(vceqq_s16(a.v, b.v))};
-}
-
-inline Vec zipLow32(Vec a, Vec b)
-{
-    return narrow(vzip1q_s32(wide(a), wide(b)));
-}
-
-inline Vec zipHigh32(Vec a, Vec b)
-{
-    return narrow(vzip2q_s32(wide(a), wide(b)));
-}
-
-inline Vec zipLow64(Vec a, Vec b)
-{
-    return {vcombine_s16(vget_low_s16(a.v), vget_low_s16(b.v))};
-}
-
-inline Vec zipHigh64(Vec a, Vec b)
-{
-    return {vcombine_s16(vget_high_s16(a.v), vget_high_s16(b.v))};
-}
-
-template <int kBits>
-inline Vec shiftRight32(Vec a)
-{
-    return narrow(vshrq_n_s32(wide(a), kBits));
-}
-
-template <int kBits>
-inline Vec shiftRight16(Vec a)
-{
-    return {vshrq_n_s16(a.v, kBits)};
-}
-
-inline bool isAnySet(Vec a)
-{
-    return vmaxvq_u16(vreinterpretq_u16_s16(a.v)) != 0;
-}
-
-// The first value of each block in all of its lanes.
-inline Vec firstOfBlock(Vec a)
-{
-    return {vdupq_laneq_s16(a.v, 0)};
-}
-
-inline void storeGrey(Vec a, Vec b, unsigned char* rowA, unsigned char* rowB)
-{
-    vst1_u8(rowA, vqmovun_s16(a.v));
-    vst1_u8(rowB, vqmovun_s16(b.v));
-}
-
-inline void storeColour(Vec red, Vec green, Vec blue, unsigned char* row)
-{
-    vst3_u8(row, {{vqmovun_s16(red.v), vqmovun_s16(green.v), vqmovun_s16(blue.v)}});
+    vst3_u8(row, {{vqmovun_s16(red), vqmovun_s16(green), vqmovun_s16(blue)}});
 }
 
 }  // namespace
@@ -344,7 +136,7 @@ inline void storeColour(Vec red, Vec green, Vec blue, unsigned char* row)
 
 const wicket::Kernel* wicket::baselineKernel()
 {
-    static const Kernel kernel = {"neon", Vec::kBlocks, greyBlocks, colourBlocks};
+    static const Kernel kernel = {"neon", kBlocks, greyBlocks, colourBlocks};
     return &kernel;
 }
 
