@@ -232,6 +232,27 @@ TEST_P(FastPath, AgreesOnEveryLevel)
     ASSERT_TRUE(isSame(large.finish(), 8000, 48, 1));
 }
 
+// Lone DC coefficients whose rounding leaves 16 bits, and those next to them.
+TEST_P(FastPath, AgreesOnLevelsAtTheEndsOf16Bits)
+{
+    setQuality(100);
+    for (const int sign : {1, -1}) {
+        for (int last = 0; last < 20; ++last) {
+            BitWriter grey;
+            BitWriter colour;
+            for (int i = 0; i < 17; ++i) {
+                const int step = sign * (i < 16 ? 2047 : last);
+                grey.dc(step, 0).endOfBlock(0);
+                for (const int component : {0, 1, 2}) {
+                    colour.dc(component == last % 3 ? step : 0, component).endOfBlock(component);
+                }
+            }
+            ASSERT_TRUE(isSame(grey.finish(), 136, 8, 1)) << sign * last;
+            ASSERT_TRUE(isSame(colour.finish(), 136, 8, 3)) << sign * last;
+        }
+    }
+}
+
 TEST_P(FastPath, AgreesWithoutStuffing)
 {
     isStuffed_ = false;
