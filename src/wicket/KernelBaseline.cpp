@@ -234,7 +234,9 @@ inline Vec pack32(Vec a, Vec b)
 
 inline Vec multiplyLow(Vec a, Vec b)
 {
-    return {vmulq_s16(a.v, b.v)};
+    // Unsigned, since the product wraps.
+    return {
+        vreinterpretq_s16_u16(vmulq_u16(vreinterpretq_u16_s16(a.v), vreinterpretq_u16_s16(b.v)))};
 }
 
 inline Vec multiplyHigh(Vec a, Vec b)
