@@ -337,7 +337,8 @@ inline void storeGrey(Vec a, Vec b, unsigned char* rowA, unsigned char* rowB)
 
 inline void storeColour(Vec red, Vec green, Vec blue, unsigned char* row)
 {
-    vst3_u8(row, {{vqmovun_s16(red.v), vqmovun_s16(green.v), vqmovun_s16(blue.v)}});
+    const uint8x8x3_t pixels = {{vqmovun_s16(red.v), vqmovun_s16(green.v), vqmovun_s16(blue.v)}};
+    vst3_u8(row, pixels);
 }
 
 }  // namespace
