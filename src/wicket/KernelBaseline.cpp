@@ -127,7 +127,8 @@ inline void storeGrey(Vec16 a, Vec16 b, unsigned char* rowA, unsigned char* rowB
 
 inline void storeColour(Vec16 red, Vec16 green, Vec16 blue, unsigned char* row)
 {
-    vst3_u8(row, {{vqmovun_s16(red), vqmovun_s16(green), vqmovun_s16(blue)}});
+    const uint8x8x3_t pixels = {{vqmovun_s16(red), vqmovun_s16(green), vqmovun_s16(blue)}};
+    vst3_u8(row, pixels);
 }
 
 }  // namespace
