@@ -228,6 +228,22 @@ TEST(AcquireImageTest, NextFrameStartsEmpty)
     EXPECT_EQ(got.bytes, ramp(20, 90));
 }
 
+// Only the end of the data waits for the bytes that are held.
+TEST(AcquireImageTest, AJamComesWithTheBytesBeforeIt)
+{
+    TestEngine engine;
+    for (int frame = 0; frame < 2; frame++) {
+        engine.startFrame();
+        engine.transport->steps = {{0, ramp(5)}, {5}};
+        const Got jammed = acquire(engine, 100);
+        EXPECT_EQ(jammed.status, 6) << frame;
+        EXPECT_EQ(jammed.bytes, ramp(5));
+        engine.startFrame();
+        engine.transport->steps = {{1, ramp(100)}};
+        EXPECT_EQ(acquireAll(engine, 100).status, 5);
+    }
+}
+
 // However the page is cut into blocks and reads, it arrives whole.
 class WholePageTest : public TestWithParam<std::tuple<int, int, bool>> {
 protected:
