@@ -13,6 +13,7 @@ namespace {
 constexpr int kWicket = 2;
 constexpr int kChunkSizeBytes = 4;  // the size field that starts a chunk
 constexpr int kSafetyFactor = 5;    // output room, in bands of the chunk's own size
+constexpr int kBytesLogged = 10;
 
 }  // namespace
 
@@ -30,6 +31,11 @@ int DeCompHandler::Initialize(ConfigReader* cfg)
 {
     SL_START();
     SL_TRACE("DeCompHandler Initialize called");
+    outBlock.reset();
+    outCapacity = 0;
+    isRestHidden = false;
+    isChunkLost = false;
+    linesMade = 0;
     CompressionType = cfg->GetIntOption("COMPRESSIONTECH");
     if (cfg->GetIntOption("COMPRESSION") == 1) {
         SL_TRACE("Compression is on");
@@ -87,40 +93,60 @@ int DeCompHandler::packLines(unsigned char* lines, int bytes, int room) const
     return static_cast<int>(count * stride);
 }
 
+// The size of the block for a chunk's lines; 0: none that an int holds.
+int DeCompHandler::outputSize(int chunk) const
+{
+    const std::int64_t bytes = std::int64_t{DeCompressor->GetNumPadBytesPerLine()} + chunk;
+    const std::int64_t wanted = bytes * DeCompressor->GetMaxLinesPerBand() * kSafetyFactor;
+    const bool fits = wanted > 0 && wanted <= std::numeric_limits<int>::max();
+    return fits ? static_cast<int>(wanted) : 0;
+}
+
+// Null for size 0, and without memory.
+unsigned char* DeCompHandler::outputBlock(int size)
+{
+    if (size > outCapacity) {
+        outBlock.reset();  // first, so that there are never two of them
+        outBlock.reset(static_cast<unsigned char*>(malloc(static_cast<size_t>(size))));
+        outCapacity = outBlock ? size : 0;
+    }
+    return size > 0 ? outBlock.get() : nullptr;
+}
+
 int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk)
 {
-    const int padBytes = DeCompressor->GetNumPadBytesPerLine();
-    const int bandLines = DeCompressor->GetMaxLinesPerBand();
-    const std::int64_t wanted =
-        (static_cast<std::int64_t>(padBytes) + chunk) * bandLines * kSafetyFactor;
-    const bool fits = wanted > 0 && wanted <= std::numeric_limits<int>::max();
-    const int outSize = fits ? static_cast<int>(wanted) : 0;
-    SL_TRACE("GetNumPadBytesPerLine = %d", padBytes);
-    SL_TRACE("GetMaxLinesPerBand = %d", bandLines);
+    const int outSize = outputSize(chunk);
+    SL_TRACE("GetNumPadBytesPerLine = %d", DeCompressor->GetNumPadBytesPerLine());
+    SL_TRACE("GetMaxLinesPerBand = %d", DeCompressor->GetMaxLinesPerBand());
     SL_TRACE("OutBufferSize = %d", outSize);
-
-    // Zeroed: what the decoder leaves out must not show what the heap held before.
-    const std::unique_ptr<unsigned char, decltype(&free)> out(
-        static_cast<unsigned char*>(fits ? calloc(1, static_cast<size_t>(outSize)) : nullptr),
-        free);
-    if (!out) {
+    unsigned char* out = outputBlock(outSize);
+    if (out == nullptr) {
         SL_TRACE("malloc failed");
+    } else {
+        // The log shows these even when the decompressor writes none.
+        memset(out, 0, static_cast<size_t>(std::min(outSize, kBytesLogged)));
     }
     SL_TRACE("After malloc");
 
     int converted = 0;
     int generated = 0;
-    DeCompressor->Decomp(raw, chunk, &converted, out.get(), out ? outSize : 0, &generated);
+    const int status =
+        DeCompressor->Decomp(raw, chunk, &converted, out, out != nullptr ? outSize : 0, &generated);
     SL_TRACE("After Decomp");
     SL_TRACE("BytesGen = %d", generated);
     SL_TRACE("BytesConverted = %d", converted);
-    if (outSize >= 10 && out) {
-        const unsigned char* b = out.get();
-        SL_TRACE("%2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", b[0], b[1], b[2], b[3], b[4], b[5],
-                 b[6], b[7], b[8], b[9]);
+    if (outSize >= kBytesLogged && out != nullptr) {
+        SL_TRACE("%2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", out[0], out[1], out[2], out[3], out[4],
+                 out[5], out[6], out[7], out[8], out[9]);
     }
-    const int finished = out ? packLines(out.get(), std::max(generated, 0), outSize) : 0;
-    return in->ReplaceRawData(std::clamp(converted, 0, chunk), out.get(), finished) ? 1 : 0;
+    const int finished = out != nullptr ? packLines(out, std::max(generated, 0), outSize) : 0;
+    if (!in->ReplaceRawData(std::clamp(converted, 0, chunk), out, finished)) {
+        return 0;
+    }
+    linesMade += stride > 0 ? finished / stride : 0;
+    isChunkLost = isChunkLost || (status == CDecomp::DECOMP_ERROR && generated <= 0);
+    isRestHidden = isRestHidden || converted <= 0;
+    return 1;
 }
 
 int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
@@ -143,6 +169,8 @@ int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
         SL_RETURN(0);
     }
     const int chunk = chunkSize(raw, rawSize);
+    // Whether the chunk is there already must not decide about the page.
+    isRestHidden = isRestHidden || outputSize(chunk) == 0;
     if (chunk < 0) {
         SL_TRACE("CHUNKSIZE = %d", chunk);
         SL_RETURN(0);
@@ -156,4 +184,21 @@ int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
         SL_TRACE("Decompression successful!");
     }
     SL_RETURN(result);
+}
+
+void DeCompHandler::DropHidden(DataBuffer* in)
+{
+    if (isRestHidden) {
+        in->ReplaceRawData(in->GetRawDataSize(), nullptr, 0);
+    }
+}
+
+bool DeCompHandler::Finish(const DataBuffer& in) const
+{
+    const bool isWhole = !isRestHidden && !isChunkLost && in.GetRawDataSize() == 0;
+    if (isWhole || linesMade >= height) {
+        return true;
+    }
+    SL_TRACE("[ERROR] %d of %d lines could be decompressed", static_cast<int>(linesMade), height);
+    return false;
 }

@@ -7,8 +7,12 @@
 #include "ImageData.h"
 #include "wicket/Decomp.h"
 
+#include <cstdint>
+#include <cstdlib>
 #include <memory>
 
+// Chunks can only be found one behind the other. One of an impossible size, or one that the
+// decompressor does not consume, hides all that follows on its page.
 class DeCompHandler : public CLogger {
 public:
     DeCompHandler() = default;
@@ -16,7 +20,7 @@ public:
     DeCompHandler& operator=(const DeCompHandler&) = delete;
     virtual ~DeCompHandler();
 
-    // Reads the settings of the coming scan. Returns 1.
+    // Reads the settings of the coming scan and forgets the page before. Returns 1.
     int Initialize(ConfigReader* cfg);
 
     // Handles one chunk on the raw side of in: it becomes finished lines at the end of
@@ -24,16 +28,33 @@ public:
     // chunk could be decompressed; its bytes stay raw.
     int Decompress(DataBuffer* in, ImageData* img);
 
+    // Drops the raw bytes of in once the page has a chunk that hides the rest, so that the
+    // device can be read to its end without the bytes piling up. Else does nothing.
+    void DropHidden(DataBuffer* in);
+
+    // At the end of the data, of which in holds what could not be decompressed. false: lines
+    // were lost with a part of the stream. Bytes behind a complete page cost none, and a page
+    // may be shorter than announced when all of its chunks are whole.
+    bool Finish(const DataBuffer& in) const;
+
 protected:
     // The decompressor for a compression technology, or null.
     virtual std::unique_ptr<CDecomp> createDecompressor(int technology);
 
 private:
     int chunkSize(const unsigned char* raw, int rawSize) const;
+    int outputSize(int chunk) const;
+    unsigned char* outputBlock(int size);
     int decompressChunk(DataBuffer* in, unsigned char* raw, int chunk);
     int packLines(unsigned char* lines, int bytes, int room) const;
 
     std::unique_ptr<CDecomp> DeCompressor;
+    // Serves all chunks of a page; what an earlier one left is still in it.
+    std::unique_ptr<unsigned char, decltype(&free)> outBlock{nullptr, free};
+    int outCapacity = 0;
+    bool isRestHidden = false;
+    bool isChunkLost = false;  // one was consumed without its lines
+    std::int64_t linesMade = 0;
     int CompressionType = 0;
     int width = 0;
     int height = 0;

@@ -461,6 +461,7 @@ void ScanLib::beginFrame()
 {
     AcquireImageStatus = SANE_STATUS_GOOD;
     ScanInProgress = 1;
+    isDataOver = false;
     Buffer->Reset();
     MyDecompressor->Initialize(pCfgReader.get());
     linesRead = 0;
@@ -584,17 +585,23 @@ void ScanLib::decompressAll()
     int before = 0;
     int status = 0;
     do {
+        MyDecompressor->DropHidden(Buffer.get());
         before = Buffer->GetRawDataSize();
         status = MyDecompressor->Decompress(Buffer.get(), Image.get());
     } while (status == 1 && Buffer->GetRawDataSize() > 0 && Buffer->GetRawDataSize() < before);
 }
 
-// What is still held at the end of the data goes out, parts of a line too.
-void ScanLib::finishStages()
+// What is still held at the end of the data goes out, parts of a line too. Returns how the
+// frame ends behind it.
+int ScanLib::finishStages()
 {
+    isDataOver = true;
     decompressAll();
+    const bool isWhole = MyDecompressor->Finish(*Buffer);
     Interleaver->Finish(Buffer.get(), Image.get());
     ImageHandler->Finish(Image.get());
+    // What is left of a cancelled job is never whole.
+    return isWhole || cancelToken.isDraining() ? SANE_STATUS_EOF : SANE_STATUS_IO_ERROR;
 }
 
 // Reads and processes until need bytes are there; returns why it ended.
@@ -648,12 +655,12 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
         }
         ImageHandler->Perform(Image.get());
         status = endTransfer(status);
-    } else if (status != SANE_STATUS_EOF || Image->GetProcessedDataSize() == 0) {
+    } else if (!isDataOver || Image->GetProcessedDataSize() == 0) {
         SL_TRACE("AcquireImageStatus = %d", status);
         SL_RETURN(status);
     }
     *length = Image->GetProcessedData(data, max_length);
-    if (status == SANE_STATUS_EOF && (*length > 0 || Image->GetProcessedDataSize() > 0)) {
+    if (isDataOver && (*length > 0 || Image->GetProcessedDataSize() > 0)) {
         // The bytes go out now, the end of the frame after the last of them.
         status = SANE_STATUS_GOOD;
         SL_TRACE("return status good");
@@ -668,14 +675,12 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
 // I/O error the device may still be there, so the next read tries again.
 int ScanLib::endTransfer(int status)
 {
-    if (status == SANE_STATUS_EOF) {
-        finishStages();
+    if (status == SANE_STATUS_GOOD || status == SANE_STATUS_IO_ERROR) {
+        return status;
     }
-    if (status != SANE_STATUS_GOOD && status != SANE_STATUS_IO_ERROR) {
-        AcquireImageStatus = status;
-        Unlock();
-    }
-    return status;
+    AcquireImageStatus = status == SANE_STATUS_EOF ? finishStages() : status;
+    Unlock();
+    return AcquireImageStatus;
 }
 
 int ScanLib::AcquireImage(unsigned char* /*data*/, int* /*length*/)
@@ -753,6 +758,7 @@ int ScanLib::cancelRunning()
 {
     cancelToken.consume();
     CancelAndFlush();
+    isDataOver = false;
     AcquireImageStatus = SANE_STATUS_CANCELLED;
     return SANE_STATUS_CANCELLED;
 }

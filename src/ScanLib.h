@@ -139,11 +139,12 @@ private:
     int transfer(int need);
     void checkScannedSize(int got) const;
     void decompressAll();
-    void finishStages();
+    int finishStages();
     int endTransfer(int status);
     int flush();
     int cancelRunning();
 
+    bool isDataOver = false;  // of the frame; what is held may still have to go out
     std::atomic<bool> bBusy{false};
     CancelToken cancelToken;
 };

@@ -15,6 +15,9 @@ public:
     virtual void EndDecomp() = 0;
     // Decodes one chunk of inLen bytes into at most outLen bytes. *bytesConverted and
     // *bytesGen receive what was consumed and produced. Returns a status above.
+    //
+    // out may hold anything before, earlier lines too. Each byte of the lines that *bytesGen
+    // announces, and of the pad bytes between them, is written or zeroed, as far as out goes.
     virtual int Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out,
                        int outLen, int* bytesGen) = 0;
     virtual void SetQualityFactor(int /*quality*/) {}

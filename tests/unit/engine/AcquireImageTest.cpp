@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <unistd.h>
@@ -16,51 +17,6 @@ using testing::IsEmpty;
 using testing::TestWithParam;
 
 namespace {
-
-// One read of at most size bytes.
-struct Got {
-    int status;
-    Bytes bytes;
-};
-
-Got acquire(TestEngine& engine, int size)
-{
-    const std::size_t room = static_cast<std::size_t>(std::max(size, 1));
-    const auto data = std::make_unique<unsigned char[]>(room);
-    int length = 12345;
-    const int status = engine.AcquireImage(data.get(), size, &length);
-    EXPECT_GE(length, 0);
-    EXPECT_LE(length, std::max(size, 0));
-    return {status, Bytes(data.get(), data.get() + length)};
-}
-
-// Reads until the status is not good; every read must be within bounds.
-Got acquireAll(TestEngine& engine, int size)
-{
-    Got all = {0, {}};
-    for (int reads = 0; all.status == 0; reads++) {
-        if (reads == 10000) {
-            ADD_FAILURE() << "the reads do not come to an end";
-            break;
-        }
-        const Got got = acquire(engine, size);
-        all.status = got.status;
-        all.bytes = all.bytes + got.bytes;
-        EXPECT_TRUE(got.status == 0 || got.bytes.empty());
-    }
-    return all;
-}
-
-std::deque<Step> stepsOf(const Bytes& data, std::size_t blockSize)
-{
-    std::deque<Step> steps;
-    for (std::size_t at = 0; at < data.size(); at += blockSize) {
-        const std::size_t end = std::min(at + blockSize, data.size());
-        steps.push_back({0, Bytes(data.begin() + static_cast<std::ptrdiff_t>(at),
-                                  data.begin() + static_cast<std::ptrdiff_t>(end))});
-    }
-    return steps;
-}
 
 // ---- how much is asked for -----------------------------------------------------------
 
@@ -270,6 +226,22 @@ TEST(AcquireImageTest, NextFrameStartsEmpty)
     const Got got = acquireAll(engine, 100);
     EXPECT_EQ(got.status, 5);
     EXPECT_EQ(got.bytes, ramp(20, 90));
+}
+
+// Only the end of the data waits for the bytes that are held.
+TEST(AcquireImageTest, AJamComesWithTheBytesBeforeIt)
+{
+    TestEngine engine;
+    for (int frame = 0; frame < 2; frame++) {
+        engine.startFrame();
+        engine.transport->steps = {{0, ramp(5)}, {5}};
+        const Got jammed = acquire(engine, 100);
+        EXPECT_EQ(jammed.status, 6) << frame;
+        EXPECT_EQ(jammed.bytes, ramp(5));
+        engine.startFrame();
+        engine.transport->steps = {{1, ramp(100)}};
+        EXPECT_EQ(acquireAll(engine, 100).status, 5);
+    }
 }
 
 // However the page is cut into blocks and reads, it arrives whole.

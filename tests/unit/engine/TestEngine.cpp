@@ -96,3 +96,41 @@ int TestEngine::count(const std::string& call) const
 {
     return static_cast<int>(std::count(journal->begin(), journal->end(), call));
 }
+
+Got acquire(TestEngine& engine, int size)
+{
+    const std::size_t room = static_cast<std::size_t>(std::max(size, 1));
+    const auto data = std::make_unique<unsigned char[]>(room);
+    int length = 12345;
+    const int status = engine.AcquireImage(data.get(), size, &length);
+    EXPECT_GE(length, 0);
+    EXPECT_LE(length, std::max(size, 0));
+    return {status, Bytes(data.get(), data.get() + length)};
+}
+
+Got acquireAll(TestEngine& engine, int size)
+{
+    Got all = {0, {}};
+    for (int reads = 0; all.status == 0; reads++) {
+        if (reads == 100000) {
+            ADD_FAILURE() << "the reads do not come to an end";
+            break;
+        }
+        const Got got = acquire(engine, size);
+        all.status = got.status;
+        all.bytes.insert(all.bytes.end(), got.bytes.begin(), got.bytes.end());
+        EXPECT_TRUE(got.status == 0 || got.bytes.empty());
+    }
+    return all;
+}
+
+std::deque<Step> stepsOf(const Bytes& data, std::size_t blockSize)
+{
+    std::deque<Step> steps;
+    for (std::size_t at = 0; at < data.size(); at += blockSize) {
+        const std::size_t end = std::min(at + blockSize, data.size());
+        steps.push_back({0, Bytes(data.begin() + static_cast<std::ptrdiff_t>(at),
+                                  data.begin() + static_cast<std::ptrdiff_t>(end))});
+    }
+    return steps;
+}

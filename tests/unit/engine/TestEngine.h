@@ -15,6 +15,7 @@
 #include "SaneConfReader.h"
 #include "ScanLib.h"
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
@@ -97,3 +98,15 @@ public:
     std::shared_ptr<Journal> journal = std::make_shared<Journal>();
     FakeTransport* transport;
 };
+
+// One read of at most size bytes.
+struct Got {
+    int status;
+    Bytes bytes;
+};
+
+Got acquire(TestEngine& engine, int size);
+// Reads until the status is not good; every read must be within bounds.
+Got acquireAll(TestEngine& engine, int size);
+// Blocks of that size that hold data.
+std::deque<Step> stepsOf(const Bytes& data, std::size_t blockSize);

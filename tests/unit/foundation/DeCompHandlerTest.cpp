@@ -1,3 +1,4 @@
+#include "Allocations.h"
 #include "DeCompHandler.h"
 #include "LogCapture.h"
 #include "TestSupport.h"
@@ -25,6 +26,7 @@ struct Script {
     Lines calls;
     Bytes chunk;
     int outLen = 0;
+    Bytes outStart;  // of the block as it was given
     bool wasOutGiven = false;
     int created = 0;
     int destroyed = 0;
@@ -51,6 +53,9 @@ public:
         script.chunk.assign(in, in + inLen);
         script.outLen = outLen;
         script.wasOutGiven = out != nullptr;
+        if (out != nullptr) {
+            script.outStart.assign(out, out + std::min(outLen, 10));
+        }
         for (int i = 0; out != nullptr && i < std::min(script.bytesGen + 100, outLen); ++i) {
             out[i] = static_cast<unsigned char>(i + 1);
         }
@@ -410,44 +415,313 @@ TEST_F(DeComp, ADecoderThatMadeNothingLeavesNoLines)
     expect({}, {});
 }
 
-// What lies behind the bytes that the decoder wrote is zero, never the heap's.
-TEST_F(DeComp, LinesThatWereNotWrittenAreZero)
+// ---- the output block ----------------------------------------------------------------------
+
+// The log shows the first bytes of the block, whatever the decoder writes.
+TEST_F(DeComp, NoEarlierBytesAreLogged)
 {
-    class SilentDecomp : public FakeDecomp {
-    public:
-        using FakeDecomp::FakeDecomp;
-        int Decomp(unsigned char*, int inLen, int* bytesConverted, unsigned char*, int,
-                   int* bytesGen) override
-        {
-            *bytesConverted = inLen;
-            *bytesGen = 50;
-            return DECOMP_ERROR;
-        }
-    };
-    class SilentHandler : public DeCompHandler {
-    public:
-        explicit SilentHandler(Script& s) : script(s) {}
+    start();
+    script.bytesGen = 30;
+    append(in, chunk(20) + chunk(20));
+    handler.Decompress(&in, &image);
+    script.bytesGen = -100;
+    const LogCapture capture;
+    handler.Decompress(&in, &image);
+    EXPECT_EQ(script.outStart, Bytes(10, 0));
+    EXPECT_THAT(capture.plainMessages(), Contains(" 0  0  0  0  0  0  0  0  0  0"));
+}
 
-    protected:
-        std::unique_ptr<CDecomp> createDecompressor(int) override
-        {
-            return std::make_unique<SilentDecomp>(script);
+TEST_F(DeComp, OneBlockServesAPage)
+{
+    start();
+    script.bytesGen = 10;
+    script.calls.reserve(100);
+    append(in, chunk(200) + chunk(20) + chunk(200) + chunk(201) + chunk(30));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    {
+        const Allocations none(0);
+        for (const int size : {20, 200}) {
+            EXPECT_EQ(handler.Decompress(&in, &image), 1);
+            // What the decoder may fill does not depend on the chunks before.
+            EXPECT_EQ(script.outLen, size * 32 * 5);
+            EXPECT_TRUE(script.wasOutGiven);
         }
-
-    private:
-        Script& script;
-    };
-    SilentHandler silent(script);
-    silent.Initialize(&store);
-    for (int round = 0; round < 3; ++round) {
-        in.Reset();
-        append(in, chunk(200));
-        EXPECT_EQ(silent.Decompress(&in, &image), 1);
-        expect(Bytes(50, 0), {});
-        // Dirty blocks of the size for the next round.
-        const Bytes dirt(200 * 32 * 5, 0xEE);
-        EXPECT_EQ(dirt.back(), 0xEE);
+        EXPECT_EQ(none.count(), 0);
     }
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.outLen, 201 * 32 * 5);
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    expect(lines(0, 1) + lines(0, 1) + lines(0, 1) + lines(0, 1) + lines(0, 1), {});
+}
+
+TEST_F(DeComp, TheBlockDoesNotOutliveItsPage)
+{
+    start();
+    append(in, chunk(200) + chunk(20));
+    handler.Decompress(&in, &image);
+    start();
+    script.calls.reserve(100);
+    const Allocations some;
+    handler.Decompress(&in, &image);
+    EXPECT_EQ(some.count(), 1);
+}
+
+TEST_F(DeComp, WithoutMemoryTheDecoderGetsNoBlock)
+{
+    start();
+    script.bytesGen = 10;
+    script.calls.reserve(100);
+    append(in, chunk(20) + chunk(30) + chunk(20));
+    handler.Decompress(&in, &image);
+    script.chunk.reserve(100);
+    const LogCapture capture;
+    {
+        const Allocations none(0);
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        EXPECT_TRUE(none.refused());
+    }
+    EXPECT_FALSE(script.wasOutGiven);
+    EXPECT_EQ(script.outLen, 0);
+    EXPECT_TRUE(capture.contains("malloc failed"));
+    expect(line(0), chunk(20));
+    // Not the block from before: that one is gone.
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_TRUE(script.wasOutGiven);
+    expect(line(0) + line(0), {});
+}
+
+// ---- pages that cannot be decompressed to their end -----------------------------------------
+
+TEST_F(DeComp, NothingIsDroppedFromAGoodPage)
+{
+    start();
+    script.bytesGen = 10;
+    fill(in, {1}, chunk(20) + slice(chunk(30), 0, 3));
+    for (int call = 0; call < 3; ++call) {
+        handler.DropHidden(&in);
+        handler.Decompress(&in, &image);
+    }
+    handler.DropHidden(&in);
+    expect(Bytes{1} + line(0), slice(chunk(30), 0, 3));
+    append(in, slice(chunk(30), 3, 12));
+    handler.Decompress(&in, &image);
+    handler.DropHidden(&in);
+    expect(Bytes{1} + line(0), slice(chunk(30), 0, 12));
+}
+
+// Sizes of which no chunk is ever there: the block for its lines is no int any more.
+TEST_F(DeComp, ImpossibleSizesHideTheRest)
+{
+    const int largest = INT_MAX / (32 * 5);
+    for (const auto& [size, isHidden] :
+         {std::pair(INT_MAX, true), std::pair(largest + 1, true), std::pair(largest, false),
+          std::pair(100000, false), std::pair(0, true)}) {
+        start();
+        script.converted = 0;
+        in.Reset();
+        const Bytes bytes = chunk(20, size);
+        fill(in, {1, 2}, bytes);
+        EXPECT_EQ(handler.Decompress(&in, &image), size == 0 ? 1 : 0);
+        expect({1, 2}, bytes);
+        handler.DropHidden(&in);
+        expect({1, 2}, isHidden ? Bytes() : bytes);
+        append(in, chunk(20));
+        handler.DropHidden(&in);
+        expect({1, 2}, isHidden ? Bytes() : bytes + chunk(20));
+    }
+}
+
+TEST_F(DeComp, NegativeSizesHideTheRest)
+{
+    for (const int top : {0x80, 0xFF}) {
+        start();
+        in.Reset();
+        Bytes bytes = chunk(20, 5);
+        bytes[0] = static_cast<unsigned char>(top);
+        fill(in, {7}, bytes);
+        handler.DropHidden(&in);
+        expect({7}, bytes);
+        handler.Decompress(&in, &image);
+        handler.DropHidden(&in);
+        expect({7}, {});
+    }
+}
+
+// It does not matter whether the chunk has arrived.
+TEST_F(DeComp, AChunkWithoutABlockHidesTheRest)
+{
+    script.pad = INT_MAX / (32 * 5) - 20;
+    start();
+    append(in, chunk(21) + chunk(20));
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_FALSE(script.wasOutGiven);
+    expect({}, chunk(20));
+    handler.DropHidden(&in);
+    expect({}, {});
+}
+
+TEST_F(DeComp, ChunksThatAreNotConsumedHideTheRest)
+{
+    for (const int converted : {-3, -1, 0, 1}) {
+        start();
+        script.converted = converted;
+        in.Reset();
+        fill(in, {7}, chunk(20) + chunk(30));
+        handler.DropHidden(&in);
+        expect({7}, chunk(20) + chunk(30));
+        EXPECT_EQ(handler.Decompress(&in, &image), 1);
+        const Bytes left = slice(chunk(20) + chunk(30), std::max(converted, 0), 50);
+        expect({7}, left);
+        handler.DropHidden(&in);
+        expect({7}, converted == 1 ? left : Bytes());
+        append(in, {1, 2, 3});
+        handler.DropHidden(&in);
+        expect({7}, converted == 1 ? left + Bytes{1, 2, 3} : Bytes());
+        EXPECT_EQ(handler.Finish(in), false);
+    }
+    start();
+    in.Reset();
+    append(in, chunk(20));
+    handler.DropHidden(&in);
+    expect({}, chunk(20));
+}
+
+// One chunk of a page of 20 lines, and what is left behind it.
+struct PageEnd {
+    const char* name;
+    int bytesGen;
+    int result;
+    int converted;
+    int left;
+    bool isWhole;
+    friend void PrintTo(const PageEnd& c, std::ostream* out) { *out << c.name; }
+};
+
+class PageEndTest : public DeComp, public testing::WithParamInterface<PageEnd> {
+protected:
+    void decompress()
+    {
+        in.Reset();
+        append(in, chunk(20) + Bytes(static_cast<std::size_t>(GetParam().left), 9));
+        handler.Decompress(&in, &image);
+    }
+};
+
+TEST_P(PageEndTest, Finish)
+{
+    script.bytesGen = GetParam().bytesGen;
+    script.result = GetParam().result;
+    script.converted = GetParam().converted;
+    start();
+    decompress();
+    LogCapture capture;
+    EXPECT_EQ(handler.Finish(in), GetParam().isWhole);
+    EXPECT_EQ(capture.contains("[ERROR]"), !GetParam().isWhole);
+    // The bytes may have been dropped meanwhile.
+    if (GetParam().left == 0 || GetParam().converted == 0) {
+        handler.DropHidden(&in);
+        EXPECT_EQ(handler.Finish(in), GetParam().isWhole);
+    }
+}
+
+TEST_P(PageEndTest, EveryPageIsItsOwn)
+{
+    script.bytesGen = GetParam().bytesGen;
+    script.result = GetParam().result;
+    script.converted = GetParam().converted;
+    start();
+    decompress();
+    start();
+    in.Reset();
+    EXPECT_TRUE(handler.Finish(in));
+    append(in, {1});
+    EXPECT_FALSE(handler.Finish(in)) << "lines of the page before do not count";
+    handler.DropHidden(&in);
+    expect({}, {1});
+}
+
+constexpr int kGood = CDecomp::DECOMP_LINE_COMPLETED;
+constexpr int kError = CDecomp::DECOMP_ERROR;
+
+INSTANTIATE_TEST_SUITE_P(Ends, PageEndTest,
+                         testing::Values(PageEnd{"Complete", 200, kGood, -2, 0, true},
+                                         PageEnd{"CompleteWithPadding", 200, kGood, -2, 5, true},
+                                         PageEnd{"MoreThanComplete", 300, kGood, -2, 5, true},
+                                         PageEnd{"CompleteButNotConsumed", 200, kGood, 0, 5, true},
+                                         PageEnd{"CompleteWithAnError", 200, kError, -2, 5, true},
+                                         PageEnd{"Short", 199, kGood, -2, 0, true},
+                                         PageEnd{"ShortWithARest", 199, kGood, -2, 1, false},
+                                         PageEnd{"ShortWithAnError", 190, kError, -2, 0, true},
+                                         PageEnd{"ShortWithAStatus", 190, 261, -2, 0, true},
+                                         PageEnd{"NoLinesAnnounced", 0, kGood, -2, 0, true},
+                                         PageEnd{"NothingButAStatus", 0, 513, -2, 0, true},
+                                         PageEnd{"LinesLost", 0, kError, -2, 0, false},
+                                         PageEnd{"NegativeLines", -1, kError, -2, 0, false},
+                                         PageEnd{"NotConsumed", 0, kGood, 0, 0, false},
+                                         PageEnd{"NotConsumedWithAnError", 0, kError, 0, 0, false}),
+                         CaseName());
+
+TEST_F(DeComp, LinesOfAllChunksCount)
+{
+    start();
+    script.result = CDecomp::DECOMP_ERROR;
+    append(in, chunk(20));
+    handler.Decompress(&in, &image);
+    EXPECT_FALSE(handler.Finish(in));
+    script.result = CDecomp::DECOMP_LINE_COMPLETED;
+    for (int lines = 1; lines <= 20; ++lines) {
+        script.bytesGen = 10;
+        append(in, chunk(20));
+        handler.Decompress(&in, &image);
+        EXPECT_EQ(handler.Finish(in), lines == 20) << lines;
+    }
+}
+
+TEST_F(DeComp, UncompressedPagesAreWhole)
+{
+    EXPECT_TRUE(handler.Finish(in));
+    store.SetIntOption("COMPRESSION", 0);
+    start();
+    fill(in, {1}, {0, 0, 0, 0});
+    handler.DropHidden(&in);
+    expect({1}, {0, 0, 0, 0});
+    handler.Decompress(&in, &image);
+    EXPECT_TRUE(handler.Finish(in));
+
+    store.SetIntOption("COMPRESSION", 1);
+    start();
+    image.SetInterleaveInfo(1, 1, 0, 0, 0);
+    append(in, {0, 0, 0, 0});
+    handler.Decompress(&in, &image);
+    handler.DropHidden(&in);
+    EXPECT_TRUE(handler.Finish(in));
+    expect({1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
+}
+
+// A chunk that could not be put into the buffer is still there, and counts once.
+TEST_F(DeComp, AChunkThatFindsNoMemoryStays)
+{
+    start();
+    script.bytesGen = 200;
+    script.calls.reserve(100);
+    script.chunk.reserve(4096);
+    script.outStart.reserve(10);
+    const Bytes bytes = chunk(4096 - 20);
+    append(in, chunk(20) + bytes);
+    handler.Decompress(&in, &image);
+    start();
+    append(in, Bytes(5000, 1));
+    script.bytesGen = 20 * 160 * 32;
+    {
+        const Allocations one(1);  // for the output block, none for the lines
+        EXPECT_EQ(handler.Decompress(&in, &image), 0);
+        EXPECT_TRUE(one.refused());
+    }
+    EXPECT_TRUE(script.wasOutGiven);
+    EXPECT_FALSE(handler.Finish(in)) << "no line has come out";
+    expect(lines(0, 20), bytes + Bytes(5000, 1));
+    handler.DropHidden(&in);
+    expect(lines(0, 20), bytes + Bytes(5000, 1));
 }
 
 // ---- decoders and settings that make no sense ---------------------------------------------

@@ -19,6 +19,7 @@ using samples::Image;
 using samples::Pattern;
 using testing::Each;
 using testing::ElementsAre;
+using testing::Not;
 
 namespace {
 
@@ -29,11 +30,12 @@ protected:
         decoder.StartDecomp(width, lines, channels, 24);
     }
 
-    // Decodes one chunk into room bytes that held 0xEE, with a guard behind them.
-    int decode(const Bytes& in, int room)
+    // Decodes one chunk into room bytes that held fill, with a guard behind them.
+    int decode(const Bytes& in, int room, unsigned char fill = 0xEE)
     {
         Bytes input = in;
-        out.assign(static_cast<std::size_t>(room) + 64, 0xEE);
+        out.assign(static_cast<std::size_t>(room), fill);
+        out.resize(static_cast<std::size_t>(room) + 64, 0xEE);
         converted = generated = -7;
         const int status =
             decoder.Decomp(input.data(), sizeOf(input), &converted, out.data(), room, &generated);
@@ -325,6 +327,221 @@ TEST_F(Chunks, ADumpHoldsTheChunk)
     unlink(name.c_str());
 }
 
+// ---- nothing of what the output held before ---------------------------------------------------
+
+int toBlocks(int value)
+{
+    return (value + 7) / 8 * 8;
+}
+
+// The first blocks of a body, all of them good.
+BitWriter goodBlocks(int count, int channels)
+{
+    BitWriter writer;
+    for (int block = 0; block < count; ++block) {
+        for (int component = 0; component < channels; ++component) {
+            writer.dc(block % 3 + 1, component).endOfBlock(component);
+        }
+    }
+    return writer;
+}
+
+BitWriter& badCode(BitWriter& writer)
+{
+    return writer.bits(0xFFFF, 16);
+}
+
+BitWriter& tooMany(BitWriter& writer)
+{
+    writer.dc(1, 0);
+    return writer.sixteenZeros(0).sixteenZeros(0).sixteenZeros(0).sixteenZeros(0);
+}
+
+// A band of 16 lines with share per cent of its blocks good.
+BitWriter begun(int share, int width, int channels)
+{
+    return goodBlocks(toBlocks(width) / 8 * 2 * share / 100, channels);
+}
+
+struct Filled {
+    const char* name;
+    std::function<Bytes(int width, int channels)> chunk;
+    int lines;
+    int status;  // for colour; grey goes on behind what cannot be decoded
+    friend void PrintTo(const Filled& c, std::ostream* to) { *to << c.name; }
+};
+
+Bytes bandOf(int width, int lines, int channels)
+{
+    return samples::chunkOf(samples::page(Pattern::noise, width, lines, channels), 80);
+}
+
+Bytes bandWith(const Bytes& body, int width, int lines = 16)
+{
+    return samples::chunkWith(body, lines, width, 80);
+}
+
+class FilledBlock : public Chunks,
+                    public testing::WithParamInterface<std::tuple<Filled, int, int>> {
+protected:
+    static const Filled& given() { return std::get<0>(GetParam()); }
+    static int width() { return std::get<1>(GetParam()); }
+    static int channels() { return std::get<2>(GetParam()); }
+    static int step() { return toBlocks(width()) * channels(); }
+
+    // The announced lines with their pad bytes.
+    Bytes decodeInto(unsigned char fill, int room)
+    {
+        start(width(), channels());
+        const int status = decode(given().chunk(width(), channels()), room, fill);
+        EXPECT_EQ(status, channels() == 1 ? CDecomp::DECOMP_LINE_COMPLETED : given().status);
+        EXPECT_EQ(generated, width() * channels() * given().lines);
+        return slice(out, 0, std::min(step() * given().lines, room));
+    }
+    void expectSame(int room)
+    {
+        const Bytes lines = decodeInto(0, room);
+        EXPECT_TRUE(decodeInto(0xEE, room) == lines) << room;
+        EXPECT_TRUE(decodeInto(0x11, room) == lines) << room;
+    }
+};
+
+TEST_P(FilledBlock, IsWrittenThroughout)
+{
+    // A block as the stage gives it; and one without a byte too many.
+    const int chunk = sizeOf(given().chunk(width(), channels()));
+    expectSame(std::max((chunk + 21) * 32 * 5, toBlocks(width() * 2 + 5) * 16 * channels()));
+    if (std::string(given().name) != "Wider") {
+        expectSame(step() * toBlocks(given().lines));
+    }
+}
+
+// The block may be too small for the lines and all of their pad bytes.
+TEST_F(Chunks, ABlockWithoutRoomForThePadBytes)
+{
+    for (const int channels : {1, 3}) {
+        const Bytes narrow = bandOf(8, 16, channels);
+        const int room = 77 * 16 * channels;
+        Bytes lines[2];
+        for (const int fill : {0xEE, 0x11}) {
+            start(77, channels);
+            EXPECT_EQ(decode(narrow, room, static_cast<unsigned char>(fill)),
+                      CDecomp::DECOMP_LINE_COMPLETED);
+            EXPECT_EQ(generated, room);
+            lines[fill == 0x11] = out;
+        }
+        EXPECT_EQ(lines[0], lines[1]);
+    }
+}
+
+constexpr int kGood = CDecomp::DECOMP_LINE_COMPLETED;
+
+constexpr auto kByChunkAndGeometry = [](const auto& info) {
+    return std::string(std::get<0>(info.param).name) + std::to_string(std::get<1>(info.param)) +
+           (std::get<2>(info.param) == 1 ? "Grey" : "Colour");
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FilledBlock,
+                         testing::Combine(testing::Values(Filled{"Good",
+                                                                 [](int w, int c) {
+                                                                     return bandOf(w, 16, c);
+                                                                 },
+                                                                 16, kGood},
+                                                          Filled{"MostLines",
+                                                                 [](int w, int c) {
+                                                                     return bandOf(w, 32, c);
+                                                                 },
+                                                                 32, kGood},
+                                                          Filled{"OddHeight",
+                                                                 [](int w, int c) {
+                                                                     return bandOf(w, 13, c);
+                                                                 },
+                                                                 13, kGood},
+                                                          Filled{"OneLine",
+                                                                 [](int w, int c) {
+                                                                     return bandOf(w, 1, c);
+                                                                 },
+                                                                 1, kGood},
+                                                          Filled{"NoLines",
+                                                                 [](int w, int) {
+                                                                     return bandWith(Bytes(9, 0x28),
+                                                                                     w, 0);
+                                                                 },
+                                                                 0, kGood},
+                                                          Filled{"Narrower",
+                                                                 [](int w, int c) {
+                                                                     return bandOf((w + 2) / 3, 16,
+                                                                                   c);
+                                                                 },
+                                                                 16, kGood},
+                                                          Filled{"Wider",
+                                                                 [](int w, int c) {
+                                                                     return bandOf(w * 2 + 5, 16,
+                                                                                   c);
+                                                                 },
+                                                                 16, kGood},
+                                                          Filled{"BadCodeAtOnce",
+                                                                 [](int w, int c) {
+                                                                     BitWriter writer =
+                                                                         begun(0, w, c);
+                                                                     return bandWith(
+                                                                         badCode(writer).finish(),
+                                                                         w);
+                                                                 },
+                                                                 16, 261},
+                                                          Filled{"BadCodeInTheMiddle",
+                                                                 [](int w, int c) {
+                                                                     BitWriter writer =
+                                                                         begun(50, w, c);
+                                                                     return bandWith(
+                                                                         badCode(writer).finish(),
+                                                                         w);
+                                                                 },
+                                                                 16, 261},
+                                                          Filled{
+                                                              "NarrowerWithABadCode",
+                                                              [](int w, int c) {
+                                                                  BitWriter writer =
+                                                                      begun(20, w, c);
+                                                                  return bandWith(
+                                                                      badCode(writer).finish(),
+                                                                      (w + 2) / 3);
+                                                              },
+                                                              16, 261},
+                                                          Filled{
+                                                              "NoBody",
+                                                              [](int w,
+                                                                 int) { return bandWith({}, w); },
+                                                              16, 513},
+                                                          Filled{"EndsInTheMiddle",
+                                                                 [](int w, int c) {
+                                                                     return bandWith(
+                                                                         begun(50, w, c).finish(0),
+                                                                         w);
+                                                                 },
+                                                                 16, 513},
+                                                          Filled{"TooManyCoefficients",
+                                                                 [](int w, int c) {
+                                                                     BitWriter writer =
+                                                                         begun(0, w, c);
+                                                                     return bandWith(
+                                                                         tooMany(writer).finish(),
+                                                                         w);
+                                                                 },
+                                                                 16, CDecomp::DECOMP_ERROR},
+                                                          Filled{"TooManyCoefficientsInTheMiddle",
+                                                                 [](int w, int c) {
+                                                                     BitWriter writer =
+                                                                         begun(50, w, c);
+                                                                     return bandWith(
+                                                                         tooMany(writer).finish(),
+                                                                         w);
+                                                                 },
+                                                                 16, CDecomp::DECOMP_ERROR}),
+                                          testing::Values(1, 8, 9, 77, 104, 335),
+                                          testing::Values(1, 3)),
+                         kByChunkAndGeometry);
+
 // ---- through the stage -----------------------------------------------------------------------
 
 class Stage : public testing::Test {
@@ -425,6 +642,41 @@ TEST_F(Stage, BlankBandsOfFullWidthFit)
         const Bytes lines = receive(chunk + chunk, [] { return 512; });
         EXPECT_EQ(sizeOf(lines), 2 * 4960 * 32 * channels);
         EXPECT_THAT(lines, Each(255));
+    }
+}
+
+// The chunks of a page share an output block.
+TEST_F(Stage, ACorruptChunkShowsNoEarlierLines)
+{
+    const int width = 77;
+    const int lines = 16;
+    for (const int channels : {1, 3}) {
+        const Bytes good = bandOf(width, lines, channels);
+        BitWriter spoilt = begun(50, width, channels);
+        const Bytes half = bandWith(badCode(spoilt).finish(), width);
+        const Bytes none = bandWith({}, width);
+        const Bytes narrow = bandOf(16, lines, channels);
+        const auto all = [](const Bytes& stream) { return sizeOf(stream); };
+        for (const Bytes& corrupt : {half, none, narrow}) {
+            start(width, channels);
+            const Bytes alone = receive(corrupt, [&] { return all(corrupt); });
+            start(width, channels);
+            const Bytes behind = receive(good + corrupt, [&] { return all(good + corrupt); });
+            const int page = width * lines * channels;
+            ASSERT_EQ(sizeOf(alone), page);
+            ASSERT_EQ(sizeOf(behind), 2 * page);
+            EXPECT_TRUE(slice(behind, page, 2 * page) == alone);
+        }
+        start(width, channels);
+        const Bytes behind = receive(good + none, [&] { return all(good + none); });
+        const int page = width * lines * channels;
+        EXPECT_THAT(slice(behind, page, 2 * page), Each(channels == 1 ? 128 : 0));
+        start(width, channels);
+        const Bytes cut = receive(good + half, [&] { return all(good + half); });
+        if (channels == 3) {  // its lower row of blocks is the half that is missing
+            EXPECT_THAT(slice(cut, page + page / 2, 2 * page), Each(0));
+            EXPECT_THAT(slice(cut, page, page + page / 2), Not(testing::Contains(0)));
+        }
     }
 }
 
