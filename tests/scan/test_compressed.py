@@ -149,6 +149,19 @@ class Compressed(simulation.ScanTestCase):
         self.assertEqual(len(result.pages()), 3)
         self.assert_decoded(result)
 
+    def test_a_sheet_that_is_shorter_than_announced(self):
+        # All of its chunks are whole: nothing is wrong with the page.
+        for mode in [COLOUR, GREY]:
+            result = self.scan_page("feeder.sheets=1", "feeder.sheet-height=1000", mode=mode,
+                                    arguments=["--source", FEEDER])
+            self.assertEqual(result.stderr, "")
+            page, recorded = result.pages()[0], result.recorded()[0]
+            magic, width, height, samples = read_pnm(page)
+            lines = read_pnm(recorded)[2]
+            self.assertLess(lines, height)
+            self.assertEqual(len(samples), width * lines * CHANNELS[magic])
+            self.assertTrue(samples == self.decoded(recorded))
+
     def test_colours_and_sides_are_put_right(self):
         # An image of two colours, so that what is swapped or mirrored shows.
         picture = self.root / "halves.ppm"
