@@ -34,6 +34,7 @@ int DeCompHandler::Initialize(ConfigReader* cfg)
     outBlock.reset();
     outCapacity = 0;
     isRestHidden = false;
+    isRestLost = false;
     isChunkLost = false;
     linesMade = 0;
     CompressionType = cfg->GetIntOption("COMPRESSIONTECH");
@@ -186,16 +187,25 @@ int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
     SL_RETURN(result);
 }
 
+// Zeros behind the chunks of a page fill its last block up.
+bool DeCompHandler::isPadding(DataBuffer* in)
+{
+    const unsigned char* raw = in->GetRawDataPtr();
+    const int size = raw != nullptr ? in->GetRawDataSize() : 0;
+    return std::all_of(raw, raw + size, [](unsigned char byte) { return byte == 0; });
+}
+
 void DeCompHandler::DropHidden(DataBuffer* in)
 {
     if (isRestHidden) {
+        isRestLost = isRestLost || !isPadding(in);
         in->ReplaceRawData(in->GetRawDataSize(), nullptr, 0);
     }
 }
 
-bool DeCompHandler::Finish(const DataBuffer& in) const
+bool DeCompHandler::Finish(DataBuffer* in) const
 {
-    const bool isWhole = !isRestHidden && !isChunkLost && in.GetRawDataSize() == 0;
+    const bool isWhole = !isRestLost && !isChunkLost && isPadding(in);
     if (isWhole || linesMade >= height) {
         return true;
     }

@@ -33,15 +33,16 @@ public:
     void DropHidden(DataBuffer* in);
 
     // At the end of the data, of which in holds what could not be decompressed. false: lines
-    // were lost with a part of the stream. Bytes behind a complete page cost none, and a page
-    // may be shorter than announced when all of its chunks are whole.
-    bool Finish(const DataBuffer& in) const;
+    // were lost with a part of the stream. Bytes behind a complete page cost none, and neither
+    // do zeros; a page may be shorter than announced when all of its chunks are whole.
+    bool Finish(DataBuffer* in) const;
 
 protected:
     // The decompressor for a compression technology, or null.
     virtual std::unique_ptr<CDecomp> createDecompressor(int technology);
 
 private:
+    static bool isPadding(DataBuffer* in);
     int chunkSize(const unsigned char* raw, int rawSize) const;
     int outputSize(int chunk) const;
     unsigned char* outputBlock(int size);
@@ -53,6 +54,7 @@ private:
     std::unique_ptr<unsigned char, decltype(&free)> outBlock{nullptr, free};
     int outCapacity = 0;
     bool isRestHidden = false;
+    bool isRestLost = false;   // there was more in it than padding
     bool isChunkLost = false;  // one was consumed without its lines
     std::int64_t linesMade = 0;
     int CompressionType = 0;

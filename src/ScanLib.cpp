@@ -597,7 +597,7 @@ int ScanLib::finishStages()
 {
     isDataOver = true;
     decompressAll();
-    const bool isWhole = MyDecompressor->Finish(*Buffer);
+    const bool isWhole = MyDecompressor->Finish(Buffer.get());
     Interleaver->Finish(Buffer.get(), Image.get());
     ImageHandler->Finish(Image.get());
     // What is left of a cancelled job is never whole.

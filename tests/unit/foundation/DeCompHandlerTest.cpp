@@ -577,13 +577,32 @@ TEST_F(DeComp, ChunksThatAreNotConsumedHideTheRest)
         append(in, {1, 2, 3});
         handler.DropHidden(&in);
         expect({7}, converted == 1 ? left + Bytes{1, 2, 3} : Bytes());
-        EXPECT_EQ(handler.Finish(in), false);
+        EXPECT_EQ(handler.Finish(&in), false);
     }
     start();
     in.Reset();
     append(in, chunk(20));
     handler.DropHidden(&in);
     expect({}, chunk(20));
+}
+
+TEST_F(DeComp, ZerosBehindAShortPageArePadding)
+{
+    for (const bool hasData : {false, true}) {
+        const unsigned char last = hasData ? 1 : 0;
+        for (const int drops : {0, 1, 2}) {
+            start();
+            in.Reset();
+            append(in, Bytes(100));
+            handler.Decompress(&in, &image);
+            for (int i = 0; i < drops; ++i) {
+                handler.DropHidden(&in);
+                append(in, Bytes(50) + Bytes{last});
+            }
+            append(in, {last});
+            EXPECT_EQ(handler.Finish(&in), !hasData) << drops;
+        }
+    }
 }
 
 // One chunk of a page of 20 lines, and what is left behind it.
@@ -615,12 +634,12 @@ TEST_P(PageEndTest, Finish)
     start();
     decompress();
     LogCapture capture;
-    EXPECT_EQ(handler.Finish(in), GetParam().isWhole);
+    EXPECT_EQ(handler.Finish(&in), GetParam().isWhole);
     EXPECT_EQ(capture.contains("[ERROR]"), !GetParam().isWhole);
     // The bytes may have been dropped meanwhile.
     if (GetParam().left == 0 || GetParam().converted == 0) {
         handler.DropHidden(&in);
-        EXPECT_EQ(handler.Finish(in), GetParam().isWhole);
+        EXPECT_EQ(handler.Finish(&in), GetParam().isWhole);
     }
 }
 
@@ -633,9 +652,9 @@ TEST_P(PageEndTest, EveryPageIsItsOwn)
     decompress();
     start();
     in.Reset();
-    EXPECT_TRUE(handler.Finish(in));
+    EXPECT_TRUE(handler.Finish(&in));
     append(in, {1});
-    EXPECT_FALSE(handler.Finish(in)) << "lines of the page before do not count";
+    EXPECT_FALSE(handler.Finish(&in)) << "lines of the page before do not count";
     handler.DropHidden(&in);
     expect({}, {1});
 }
@@ -667,26 +686,26 @@ TEST_F(DeComp, LinesOfAllChunksCount)
     script.result = CDecomp::DECOMP_ERROR;
     append(in, chunk(20));
     handler.Decompress(&in, &image);
-    EXPECT_FALSE(handler.Finish(in));
+    EXPECT_FALSE(handler.Finish(&in));
     script.result = CDecomp::DECOMP_LINE_COMPLETED;
     for (int lines = 1; lines <= 20; ++lines) {
         script.bytesGen = 10;
         append(in, chunk(20));
         handler.Decompress(&in, &image);
-        EXPECT_EQ(handler.Finish(in), lines == 20) << lines;
+        EXPECT_EQ(handler.Finish(&in), lines == 20) << lines;
     }
 }
 
 TEST_F(DeComp, UncompressedPagesAreWhole)
 {
-    EXPECT_TRUE(handler.Finish(in));
+    EXPECT_TRUE(handler.Finish(&in));
     store.SetIntOption("COMPRESSION", 0);
     start();
     fill(in, {1}, {0, 0, 0, 0});
     handler.DropHidden(&in);
     expect({1}, {0, 0, 0, 0});
     handler.Decompress(&in, &image);
-    EXPECT_TRUE(handler.Finish(in));
+    EXPECT_TRUE(handler.Finish(&in));
 
     store.SetIntOption("COMPRESSION", 1);
     start();
@@ -694,7 +713,7 @@ TEST_F(DeComp, UncompressedPagesAreWhole)
     append(in, {0, 0, 0, 0});
     handler.Decompress(&in, &image);
     handler.DropHidden(&in);
-    EXPECT_TRUE(handler.Finish(in));
+    EXPECT_TRUE(handler.Finish(&in));
     expect({1, 0, 0, 0, 0, 0, 0, 0, 0}, {});
 }
 
@@ -718,7 +737,7 @@ TEST_F(DeComp, AChunkThatFindsNoMemoryStays)
         EXPECT_TRUE(one.refused());
     }
     EXPECT_TRUE(script.wasOutGiven);
-    EXPECT_FALSE(handler.Finish(in)) << "no line has come out";
+    EXPECT_FALSE(handler.Finish(&in)) << "no line has come out";
     expect(lines(0, 20), bytes + Bytes(5000, 1));
     handler.DropHidden(&in);
     expect(lines(0, 20), bytes + Bytes(5000, 1));
