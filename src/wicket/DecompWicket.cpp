@@ -209,7 +209,7 @@ int CDecompWicket::Decomp(unsigned char* in, int inLen, int* bytesConverted, uns
     if (in == nullptr || out == nullptr || bytesConverted == nullptr || bytesGen == nullptr) {
         SL_TRACE("Null pointer passed!");
     }
-    if (in == nullptr || inLen < 1) {
+    if (in == nullptr || inLen < 0) {
         return DECOMP_ERROR;
     }
     int ignored = 0;

@@ -31,10 +31,10 @@ public:
     // a header that the chunk is too short for read as zero.
     //
     // DECOMP_ERROR with nothing generated: the chunk does not fit into the ring or its lines
-    // into out; a chunk whose lines do not fit is consumed all the same. A chunk of size 0 or
-    // of width 0 does nothing, *bytesConverted and *bytesGen included. Otherwise all bytes of
-    // out that belong to the lines are written; what could not be decoded is described at
-    // Wicket.
+    // into out; a chunk whose lines do not fit is consumed all the same. A chunk of size 0, like
+    // an empty ring, or of width 0 does nothing, *bytesConverted and *bytesGen included. Otherwise
+    // all bytes of out that belong to the lines are written; what could not be decoded is described
+    // at Wicket.
     int Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out, int outLen,
                int* bytesGen) override;
     void SetQualityFactor(int quality) override { m_iQualityFactor = quality; }

@@ -286,10 +286,18 @@ std::function<void(Chunks&)> sizeOffBy(int bytes)
     };
 }
 
-// Only that much of the last chunk comes.
+// Only that much of the last chunk comes, or something else in its place.
 std::function<void(Chunks&)> endAfter(std::size_t bytes)
 {
     return [=](Chunks& chunks) { chunks[4].resize(std::min(bytes, chunks[4].size() - 1)); };
+}
+
+std::function<void(Chunks&)> endWith(const Bytes& padding)
+{
+    return [padding](Chunks& chunks) {
+        chunks.pop_back();
+        chunks.push_back(padding);
+    };
 }
 
 std::function<void(Chunks&)> body(const Bytes& bytes)
@@ -417,12 +425,7 @@ INSTANTIATE_TEST_SUITE_P(
                    Broken{"EndsInAHeader", endAfter(15), kIoError, 64},
                    Broken{"EndsInABody", endAfter(100), kIoError, 64},
                    Broken{"EndsOneByteEarly", endAfter(SIZE_MAX), kIoError, 64},
-                   Broken{"ShortWithMoreThanZeros",
-                          [](Chunks& chunks) {
-                              chunks[4].assign(5000, 0);
-                              chunks[4].back() = 1;
-                          },
-                          kIoError, 64}),
+                   Broken{"ShortWithMoreThanZeros", endWith(Bytes(5000) + Bytes{1}), kIoError, 64}),
             Values(1, 3)),
     kByNameAndColour);
 
@@ -430,23 +433,23 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Complete, BrokenPageTest,
     Combine(
-        Values(
-            Broken{"Short", endAfter(0), kEof, 64},
-            Broken{"ShortWithZeros", [](Chunks& chunks) { chunks[4].assign(5000, 0); }, kEof, 64},
-            Broken{"NothingAtAll", [](Chunks& chunks) { chunks.clear(); }, kEof, 0},
-            Broken{"NoLinesInAChunk", field(kLinesAt, 0), kEof, 64},
-            Broken{"OneLineInAChunk", field(kLinesAt, 1), kEof, 65},
-            Broken{"NarrowChunk", field(kWidthAt, 1), kEof, 80},
-            Broken{"InvalidCode", body(BitWriter().bits(0xFFFF, 16).finish()), kEof, 80},
-            Broken{"NoBody", body({}), kEof, 80}, Broken{"ZeroBody", body(Bytes(300)), kEof, 80},
-            Broken{"TooManyCoefficients", body(tooManyCoefficients()), kEof, 80},
-            Broken{"PaddedByZeros", behind(Bytes(2)), kEof, 80},
-            Broken{"PaddedByManyZeros", behind(Bytes(10000)), kEof, 80},
-            Broken{"PaddedByOnes", behind(Bytes(100, 0xFF)), kEof, 80},
-            Broken{"PaddedByPartOfAChunk", behind(samples::header(5000, 16, 80, 75)), kEof, 80},
-            Broken{"PaddedByAChunkThatDoesNotFit", behind(samples::header(16, 100000, 80, 75)),
-                   kEof, 80},
-            Broken{"OneChunkMore", [](Chunks& chunks) { chunks.push_back(chunks[0]); }, kEof, 96}),
+        Values(Broken{"Short", endAfter(0), kEof, 64},
+               Broken{"ShortWithZeros", endWith(Bytes(5000)), kEof, 64},
+               Broken{"NothingAtAll", [](Chunks& chunks) { chunks.clear(); }, kEof, 0},
+               Broken{"NoLinesInAChunk", field(kLinesAt, 0), kEof, 64},
+               Broken{"OneLineInAChunk", field(kLinesAt, 1), kEof, 65},
+               Broken{"NarrowChunk", field(kWidthAt, 1), kEof, 80},
+               Broken{"InvalidCode", body(BitWriter().bits(0xFFFF, 16).finish()), kEof, 80},
+               Broken{"NoBody", body({}), kEof, 80}, Broken{"ZeroBody", body(Bytes(300)), kEof, 80},
+               Broken{"TooManyCoefficients", body(tooManyCoefficients()), kEof, 80},
+               Broken{"PaddedByZeros", behind(Bytes(2)), kEof, 80},
+               Broken{"PaddedByManyZeros", behind(Bytes(10000)), kEof, 80},
+               Broken{"PaddedByOnes", behind(Bytes(100, 0xFF)), kEof, 80},
+               Broken{"PaddedByPartOfAChunk", behind(samples::header(5000, 16, 80, 75)), kEof, 80},
+               Broken{"PaddedByAChunkThatDoesNotFit", behind(samples::header(16, 100000, 80, 75)),
+                      kEof, 80},
+               Broken{"OneChunkMore", [](Chunks& chunks) { chunks.push_back(chunks[0]); }, kEof,
+                      96}),
         Values(1, 3)),
     kByNameAndColour);
 
