@@ -220,6 +220,7 @@ int Simulation::run()
 {
     const std::map<std::string, std::string> files = saneConfig_.files(Sandbox::saneFolder());
     Sandbox sandbox;
+    network_ = std::make_unique<PrivateNetwork>(NetworkKind::Loopback);
     writeConfiguration(files);
     const int fuse = sandbox.mountUsbFs();
     if (options_.hasPrivateTmp) {
@@ -268,6 +269,10 @@ pid_t Simulation::startCommand(const void* oldSignals) const
         _exit(1);
     }
     sigprocmask(SIG_SETMASK, static_cast<const sigset_t*>(oldSignals), nullptr);
+    if (!network_->enterCommandSide()) {
+        std::perror("scanner-sim: cannot enter the command's network namespace");
+        _exit(1);
+    }
     std::vector<char*> arguments;
     for (const std::string& argument : options_.command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));

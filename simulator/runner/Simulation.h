@@ -8,6 +8,7 @@
 
 #include "ControlChannel.h"
 #include "Options.h"
+#include "PrivateNetwork.h"
 #include "SaneConfig.h"
 #include "SimulatedDevice.h"
 #include "UsbFs.h"
@@ -50,6 +51,7 @@ private:
     unsigned lastFileNumber_ = 1;
     SaneConfig saneConfig_;
     std::vector<std::unique_ptr<SimulatedDevice>> devices_;
+    std::unique_ptr<PrivateNetwork> network_;
     std::unique_ptr<UsbFs> fs_;
     std::unique_ptr<ControlChannel> control_;
 };
