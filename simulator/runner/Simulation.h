@@ -37,6 +37,9 @@ private:
     void writeConfiguration(const std::map<std::string, std::string>& files) const;
     std::string modulesFolder() const;
     void setEnvironment() const;
+    void assignAddress(Model& model, unsigned number) const;
+    NetworkKind networkKind() const;
+    void showDevices(int fuse);
     pid_t startCommand(const void* oldSignals) const;
     int loop(pid_t child, int signals);
     bool handleSignals(pid_t child, int signals, int& status) const;
