@@ -22,15 +22,21 @@ std::optional<Bytes> CommandSplitter::take(std::size_t size)
     return bytes;
 }
 
+bool CommandSplitter::beginsWithMagic() const
+{
+    return std::equal(kTickle, kTickle + kMagicSize, pending_.begin());
+}
+
 void CommandSplitter::checkTickle()
 {
     isBegun_ = true;
-    if (std::equal(std::begin(kTickle), std::end(kTickle), pending_.begin())) {
-        isTickled_ = true;
-        take(kTickleSize);
-    } else {
+    isTickled_ = std::equal(std::begin(kTickle), std::end(kTickle), pending_.begin());
+    if (!isTickled_) {
         journal_.complain("the conversation does not begin with the tickle but with " +
                           hex(pending_.data(), pending_.size()));
+    }
+    if (beginsWithMagic()) {
+        take(kTickleSize);
     }
 }
 
@@ -65,8 +71,7 @@ std::optional<Bytes> CommandSplitter::next()
         }
         checkTickle();
     }
-    while (pending_.size() >= kTickleSize &&
-           std::equal(kTickle, kTickle + kMagicSize, pending_.begin())) {
+    while (pending_.size() >= kTickleSize && beginsWithMagic()) {
         skipFrame();
     }
     if (pending_.empty() || (pending_[0] == kTickle[0] && pending_.size() < kTickleSize)) {

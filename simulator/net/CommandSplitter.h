@@ -26,6 +26,7 @@ public:
 private:
     std::optional<std::size_t> sizeOfNext() const;
     std::optional<Bytes> take(std::size_t size);
+    bool beginsWithMagic() const;
     void checkTickle();
     void skipFrame();
 

@@ -11,7 +11,7 @@ namespace scansim {
 namespace {
 
 // More at once would not fit the searcher's socket, which has to get a turn in between.
-constexpr std::uint64_t kAnswersPerMs = 16;
+constexpr std::uint64_t kAnswersPerMs = 4;
 
 }  // namespace
 

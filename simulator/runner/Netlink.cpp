@@ -1,12 +1,13 @@
 #include "Netlink.h"
 
+#include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/rtnetlink.h>
 #include <linux/veth.h>
-#include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -15,6 +16,8 @@
 namespace scansim {
 
 namespace {
+
+constexpr int kLongestWaitMs = 5000;
 
 [[noreturn]] void fail(const std::string& what, int error)
 {
@@ -101,29 +104,35 @@ Netlink::Netlink() : socket_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK
     }
 }
 
-void Netlink::send(Request& request, const std::string& what)
+std::vector<char> Netlink::send(Request& request, const std::string& what)
 {
     const std::vector<char>& bytes = request.finish(++sequence_);
     if (::send(socket_.get(), bytes.data(), bytes.size(), 0) < 0) {
         fail(what, errno);
     }
-    char buffer[8192];
+    std::vector<char> told;
     for (;;) {
-        const ssize_t count = recv(socket_.get(), buffer, sizeof buffer, 0);
+        std::vector<char> message(16384);
+        const ssize_t count = recv(socket_.get(), message.data(), message.size(), 0);
         if (count < static_cast<ssize_t>(NLMSG_LENGTH(sizeof(nlmsgerr)))) {
             fail(what, count < 0 ? errno : EPROTO);
         }
+        message.resize(static_cast<std::size_t>(count));
         nlmsghdr head;
-        nlmsgerr answer;
-        std::memcpy(&head, buffer, sizeof head);
-        std::memcpy(&answer, buffer + NLMSG_HDRLEN, sizeof answer);
-        if (head.nlmsg_seq != sequence_ || head.nlmsg_type != NLMSG_ERROR) {
+        std::memcpy(&head, message.data(), sizeof head);
+        if (head.nlmsg_seq != sequence_) {
             continue;
         }
+        if (head.nlmsg_type != NLMSG_ERROR) {
+            told = std::move(message);
+            continue;
+        }
+        nlmsgerr answer;
+        std::memcpy(&answer, message.data() + NLMSG_HDRLEN, sizeof answer);
         if (answer.error != 0) {
             fail(what, -answer.error);
         }
-        return;
+        return told;
     }
 }
 
@@ -146,6 +155,35 @@ void Netlink::setUp(const std::string& link)
     info.ifi_change = IFF_UP;
     Request request(RTM_NEWLINK, 0);
     send(request.add(info), "switch on the network link " + link);
+}
+
+bool Netlink::isWorking(const std::string& link)
+{
+    ifinfomsg info{};
+    info.ifi_index = static_cast<int>(linkIndex(link));
+    Request request(RTM_GETLINK, 0);
+    const std::vector<char> told = send(request.add(info), "ask about the network link " + link);
+    std::size_t at = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof info);
+    while (at + sizeof(rtattr) < told.size()) {
+        rtattr attribute;
+        std::memcpy(&attribute, told.data() + at, sizeof attribute);
+        if (attribute.rta_type == IFLA_OPERSTATE) {
+            return told[at + sizeof attribute] == IF_OPER_UP;
+        }
+        at += std::max<std::size_t>(RTA_ALIGN(attribute.rta_len), sizeof attribute);
+    }
+    return false;
+}
+
+void Netlink::awaitWorking(const std::string& link)
+{
+    for (int i = 0; i < kLongestWaitMs; ++i) {
+        if (isWorking(link)) {
+            return;
+        }
+        usleep(1000);
+    }
+    fail("bring the network link " + link + " to life", ETIMEDOUT);
 }
 
 void Netlink::addVethPair(const std::string& name, const std::string& peer, int peerNamespace)

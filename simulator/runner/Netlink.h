@@ -19,6 +19,9 @@ public:
     unsigned linkIndex(const std::string& name);
     void setUp(const std::string& link);
 
+    // A link whose other end has been switched on carries nothing before the kernel has noticed.
+    void awaitWorking(const std::string& link);
+
     // A pair of connected links: `name` here and `peer` in the namespace of the descriptor.
     void addVethPair(const std::string& name, const std::string& peer, int peerNamespace);
 
@@ -36,7 +39,10 @@ private:
     class Request;
 
     void route(Request request, const std::string& link, in_addr source, const std::string& what);
-    void send(Request& request, const std::string& what);
+    bool isWorking(const std::string& link);
+
+    // The kernel's answer, if it gives one besides its consent.
+    std::vector<char> send(Request& request, const std::string& what);
 
     Descriptor socket_;
     std::uint32_t sequence_ = 0;

@@ -62,9 +62,11 @@ void PrivateNetwork::connectNamespaces()
     netlink_->addVethPair(kScannerLink, kCommandLink, commandNamespace_.get());
     commandSide.addAddress(kCommandLink, commandAddress(), 24);
     commandSide.setUp(kCommandLink);
-    commandSide.addDefaultRoute(kCommandLink, commandAddress());
     netlink_->addAddress(kScannerLink, address(kScannerSideAddress), 24);
     netlink_->setUp(kScannerLink);
+    commandSide.awaitWorking(kCommandLink);
+    netlink_->awaitWorking(kScannerLink);
+    commandSide.addDefaultRoute(kCommandLink, commandAddress());
     netlink_->addDefaultRoute(kScannerLink, address(kScannerSideAddress));
 }
 
