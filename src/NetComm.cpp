@@ -67,6 +67,8 @@ int hexNumber(const char* text)
 
 }  // namespace
 
+NetTimes NetComm::standardTimes;
+
 NetComm::~NetComm()
 {
     closeSockets();

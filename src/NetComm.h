@@ -30,7 +30,7 @@ struct NetTimes {
 // frames (HBN3). Results are those of TransportStatus.
 class NetComm : public virtual ICommunication, public CLogger, public HBN3 {
 public:
-    explicit NetComm(const NetTimes& limits = NetTimes()) : times(limits) {}
+    NetComm() = default;
     NetComm(const NetComm&) = delete;
     NetComm& operator=(const NetComm&) = delete;
     ~NetComm() override;
@@ -68,6 +68,9 @@ public:
     bool isTickled();
 
 protected:
+    // What objects wait from their construction on. Only tests change it.
+    static NetTimes standardTimes;
+
     static constexpr int kReplyRoom = 40000;
     static constexpr int kImageRoom = 80000;
 
@@ -126,7 +129,7 @@ private:
     int takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* image);
     int nameField(int number, const char* unknown, char* buf, int len) const;
 
-    const NetTimes times;
+    const NetTimes times = standardTimes;
     const CancelToken* pCancel = nullptr;
     Frame frame;
     int iClosedSock = -1;  // shut down, but not closed yet
