@@ -10,11 +10,14 @@ namespace {
 
 std::optional<long> sendResult;
 bool hasSockets = true;
+std::function<void()> duringSleep;
 
 }  // namespace
 
 extern "C" {
 ssize_t __real_send(int fd, const void* data, size_t size, int flags);
+int __real_usleep(unsigned microseconds);
+int __wrap_usleep(unsigned microseconds);
 int __real_socket(int domain, int type, int protocol);
 ssize_t __wrap_send(int fd, const void* data, size_t size, int flags);
 int __wrap_socket(int domain, int type, int protocol);
@@ -22,6 +25,15 @@ int __wrap_socket(int domain, int type, int protocol);
 ssize_t __wrap_send(int fd, const void* data, size_t size, int flags)
 {
     return sendResult ? *sendResult : __real_send(fd, data, size, flags);
+}
+
+int __wrap_usleep(unsigned microseconds)
+{
+    if (duringSleep) {
+        duringSleep();
+        return 0;
+    }
+    return __real_usleep(microseconds);
 }
 
 int __wrap_socket(int domain, int type, int protocol)
@@ -52,4 +64,14 @@ NoSockets::NoSockets()
 NoSockets::~NoSockets()
 {
     hasSockets = true;
+}
+
+DuringSleep::DuringSleep(std::function<void()> action)
+{
+    duringSleep = std::move(action);
+}
+
+DuringSleep::~DuringSleep()
+{
+    duringSleep = nullptr;
 }

@@ -1,6 +1,8 @@
 // Calls of the C library that tests make fail.
 #pragma once
 
+#include <functional>
+
 // While one is alive, send returns a result of its own and sends nothing.
 class SendResult {
 public:
@@ -17,4 +19,13 @@ public:
     NoSockets(const NoSockets&) = delete;
     NoSockets& operator=(const NoSockets&) = delete;
     ~NoSockets();
+};
+
+// While one is alive, usleep does what it says instead of sleeping.
+class DuringSleep {
+public:
+    explicit DuringSleep(std::function<void()> action);
+    DuringSleep(const DuringSleep&) = delete;
+    DuringSleep& operator=(const DuringSleep&) = delete;
+    ~DuringSleep();
 };
