@@ -254,27 +254,32 @@ void NetDevice::finishEnding()
     }
 }
 
-// Brings forth what the scanner has to say as far as the host takes it.
+// Takes what the scanner has to say, as much as is worth queuing; false if that was all.
+bool NetDevice::fetch()
+{
+    while (phase_ == Phase::Talking && connection_->hasRoom()) {
+        Piece piece;
+        const TransferResult result = scanner_.take(piece);
+        if (result != TransferResult::Done) {
+            queue(framer_->flush());
+            carryOut(result);
+            return false;
+        }
+        say(piece);
+    }
+    return phase_ == Phase::Talking;
+}
+
+// Says as much as the host takes.
 void NetDevice::speak(std::uint64_t now)
 {
-    bool isMoving = true;
-    while (isMoving) {
-        isMoving = false;
-        while (phase_ == Phase::Talking && connection_->hasRoom()) {
-            Piece piece;
-            const TransferResult result = scanner_.take(piece);
-            if (result != TransferResult::Done) {
-                queue(framer_->flush());
-                carryOut(result);
-                break;
-            }
-            say(piece);
-            isMoving = true;
-        }
+    bool hasMore = true;
+    while (hasMore) {
+        hasMore = fetch();
         if (!connection_->pump(now)) {
             return;  // that the host has left is to be read, too
         }
-        isMoving = isMoving && !connection_->wantsToWrite(now);
+        hasMore = hasMore && connection_->hasRoom();
     }
     if (phase_ == Phase::Ending && connection_->isDelivered()) {
         finishEnding();

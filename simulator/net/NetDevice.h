@@ -57,6 +57,7 @@ private:
     void endWith(Ending ending);
     void carryOut(FaultAction action);
     void finishEnding();
+    bool fetch();
     void speak(std::uint64_t now);
     void say(const Piece& piece);
     void queue(const std::vector<Bytes>& frames);

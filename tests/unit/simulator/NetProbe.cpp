@@ -71,11 +71,9 @@ const char* errorName(int error)
 
 Bytes query()
 {
-    const std::string service = "\x0c_host-config\x04_udp\x05local";
-    Bytes bytes = {0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0};
-    bytes.insert(bytes.end(), service.begin(), service.end());
-    bytes.insert(bytes.end(), {0, 0, 0x21, 0, 1});
-    return bytes;
+    static const char words[] =
+        "\0\0\0\0\0\1\0\0\0\0\0\0\x0c_host-config\x04_udp\x05local\0\0\x21\0\1";
+    return Bytes(words, words + sizeof words - 1);
 }
 
 // Reads an answer as the backend does: no compressed names, only records of the service.
@@ -234,19 +232,24 @@ void sendBytes(const Bytes& bytes)
     }
 }
 
-// The plain eight-byte commands, and those of a 300 dpi colour scan of 600 x 20 pixels.
+// The plain eight-byte commands, and those of a 300 dpi colour scan of 600 x 20 pixels, or of
+// 600 x 1044.
 Bytes command(const std::string& name)
 {
-    const std::string scan =
-        "0018008000"
-        "03000003"
-        "5802000014000000"
-        "0000000000000000"
-        "2C012C01";
+    const auto scan = [](const std::string& lines) {
+        return "0018008000"
+               "03000003"
+               "58020000" +
+               lines +
+               "0000"
+               "0000000000000000"
+               "2C012C01";
+    };
     const std::map<std::string, std::string> commands = {
-        {"cancel", "1B530F0000000000"}, {"properties", "1B53030000008000"},
-        {"unlock", "1B53060000008000"}, {"lock", "1B5305" + scan},
-        {"start", "1B5301" + scan},
+        {"cancel", "1B530F0000000000"},          {"properties", "1B53030000008000"},
+        {"unlock", "1B53060000008000"},          {"lock", "1B5305" + scan("1400")},
+        {"start", "1B5301" + scan("1400")},      {"tall-lock", "1B5305" + scan("1404")},
+        {"tall-start", "1B5301" + scan("1404")},
     };
     return fromHex(commands.at(name));
 }

@@ -69,11 +69,11 @@ std::string answer(const std::string& ip, const std::string& mac, const std::str
 }
 
 // The samples of a recorded PNM file, which has nothing behind them.
-std::string samples(const std::string& path)
+std::string samples(const std::string& path, std::size_t lines = 20)
 {
-    constexpr std::size_t kSize = 600 * 20 * 3;
+    const std::size_t size = 600 * lines * 3;
     const std::string text = readAll(path);
-    return text.size() < kSize ? std::string() : text.substr(text.size() - kSize);
+    return text.size() < size ? std::string() : text.substr(text.size() - size);
 }
 
 }  // namespace
@@ -137,6 +137,27 @@ TEST_F(Net, EveryFrameSizeInEverySegmentSize)
                         samples(pages.path("dev1-flatbed-326-001.pnm")))
                 << name << outcome.output;
         }
+    }
+}
+
+// More than the sockets' buffers hold, so that the scanner has to wait for its host again and
+// again.
+TEST_F(Net, ALongPage)
+{
+    for (const char* keys : {"segments=frames", "segments=packed,frame-size=random:1",
+                             "segment-size=1460,frame-size=65536", "frame-size=700"}) {
+        TempFolder pages;
+        const Outcome outcome =
+            probe("--record " + pages.path("") + " --net flatbed-326," + keys,
+                  kConnect +
+                      std::string("write=tall-lock frame write=tall-start frame wait=100 "
+                                  "page=") +
+                      pages.path("pixels") + " write=unlock frame close");
+        EXPECT_EQ(outcome.status, 0) << keys << outcome.output;
+        EXPECT_EQ(readAll(pages.path("pixels")).size(), 600 * 1044 * 3U);
+        EXPECT_TRUE(readAll(pages.path("pixels")) ==
+                    samples(pages.path("dev1-flatbed-326-001.pnm"), 1044))
+            << keys << outcome.output;
     }
 }
 
