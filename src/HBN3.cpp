@@ -141,8 +141,7 @@ int HBN3::getHBNData(unsigned char* out, int* size)
     *size = piece;
     iSize -= piece;
     take(piece);
-    const bool isNextThere = iSize == 0 && iPtr > 0;
-    const int result = isNextThere ? updateSize() : 0;
+    const int result = iPtr > 0 ? updateSize() : 0;
     if (CLogger::debugEnabled()) {
         traceMagic(out, piece);
     }

@@ -120,7 +120,7 @@ ssize_t receiveBytes(int fd, unsigned char* buf, unsigned long wanted, bool wait
             patience.hear();
             continue;
         }
-        if (result == 0 || (errno != EAGAIN && errno != EINTR)) {
+        if (result == 0 || errno != EAGAIN) {
             break;
         }
         const int ready = patience.wait(fd, POLLIN);

@@ -4,8 +4,8 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <random>
 
@@ -196,13 +196,13 @@ TEST(DiscoveryReplyTest, CutPacketsAreReadToTheirEnd)
 
 TEST(DiscoveryReplyTest, LyingCountsCostNoTime)
 {
-    const auto start = std::chrono::steady_clock::now();
+    const clock_t start = clock();
     for (int i = 0; i < 100000; i++) {
         NValueObjects record;
         ASSERT_EQ(parse(dnsHeader(0, 0xFFFF) + Bytes{0}, &record), 1);
         ASSERT_EQ(parse(dnsHeader(0xFFFF, 0xFFFF) + Bytes{5}, &record), 1);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(clock() - start, 5 * CLOCKS_PER_SEC);
 }
 
 class DiscoveryReplyRandomTest : public testing::TestWithParam<unsigned> {};

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <memory>
 #include <thread>
 
@@ -48,17 +47,6 @@ public:
     using NetComm::ScanData;
     using NetComm::standardTimes;
 };
-
-int openDescriptors()
-{
-    int count = 0;
-    DIR* folder = opendir("/proc/self/fd");
-    while (readdir(folder) != nullptr) {
-        count++;
-    }
-    closedir(folder);
-    return count;
-}
 
 int option(int fd, int level, int name)
 {

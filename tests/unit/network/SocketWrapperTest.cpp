@@ -391,6 +391,19 @@ TEST_F(SocketWrapperTest, DrainingIgnoresTheCancelAndGivesUpOnSilence)
     EXPECT_THAT(watch.elapsed(), AllOf(Ge(milliseconds(1900)), Lt(milliseconds(4000))));
 }
 
+TEST_F(SocketWrapperTest, DrainingWaitsForASlowPeer)
+{
+    const CancelToken::Draining draining(token, std::chrono::seconds(30));
+    std::thread sender([this] {
+        for (unsigned char i = 0; i < 3; i++) {
+            std::this_thread::sleep_for(milliseconds(1200));
+            sendAll(connection.peer.get(), {i});
+        }
+    });
+    EXPECT_EQ(receive(3, true), 3);
+    sender.join();
+}
+
 TEST_F(SocketWrapperTest, DrainingEndsAtItsLimit)
 {
     const CancelToken::Draining draining(token, milliseconds(200));

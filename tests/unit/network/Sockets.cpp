@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/filter.h>
 #include <netinet/in.h>
@@ -38,6 +39,17 @@ Connection::Connection()
 bool isOpen(int fd)
 {
     return fcntl(fd, F_GETFD) >= 0;
+}
+
+int openDescriptors()
+{
+    int count = 0;
+    DIR* folder = opendir("/proc/self/fd");
+    while (readdir(folder) != nullptr) {
+        count++;
+    }
+    closedir(folder);
+    return count;
 }
 
 void sendAll(int fd, const Bytes& bytes)

@@ -29,6 +29,8 @@ struct Connection {
 };
 
 bool isOpen(int fd);
+// How many this process has.
+int openDescriptors();
 void sendAll(int fd, const Bytes& bytes);
 // The bytes that arrive, up to size of them; fewer when none comes for two seconds.
 Bytes receiveAll(int fd, std::size_t size);
