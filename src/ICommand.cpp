@@ -220,6 +220,20 @@ int ICommand::addNPA(unsigned char** out, const unsigned char* cmd, int* len)
     return 0;
 }
 
+int ICommand::encode(int id, std::unique_ptr<unsigned char[]>* bytes, int* len)
+{
+    setCommandId(id);
+    unsigned char* encoded = nullptr;
+    const int result = getCommand(&encoded, len);
+    bytes->reset(encoded);
+    return result;
+}
+
+bool ICommand::isAnswered(int id)
+{
+    return id >= COMMAND_FEEDER_STATUS && id <= COMMAND_WAKE;
+}
+
 int ICommand::removeESC(DataBuffer* data)
 {
     log_debug("-> removing esc from data %d", iDataSize);

@@ -5,6 +5,8 @@
 #include "ConfigReader.h"
 #include "DataBuffer.h"
 
+#include <memory>
+
 // Command numbers.
 enum CommandId {
     COMMAND_CANCEL = 0,
@@ -63,6 +65,11 @@ public:
     virtual int getCommand(unsigned char** out, int* len) = 0;
     // Fills the parameter block of a long command.
     virtual void appendData(unsigned char** cmd) = 0;
+
+    // Makes id the current command and encodes it; a result of getCommand.
+    int encode(int id, std::unique_ptr<unsigned char[]>* bytes, int* len);
+    // True for the commands that the device answers.
+    static bool isAnswered(int id);
 
     // Image bytes still to come in the block that removeESC is in; 0 between blocks.
     int getPendingBlockSize() const { return iDataSize; }

@@ -11,9 +11,11 @@ class ImageData;
 // device, whose values share these numbers.
 enum TransportStatus {
     TRANSPORT_OK = 0,
-    TRANSPORT_NO_COMMAND = 2,   // no command object, or no memory
-    TRANSPORT_CLOSED = 4,       // device not open
-    TRANSPORT_BAD_COMMAND = 5,  // the command could not be encoded
+    TRANSPORT_NO_CONNECTION = 1,  // the scanner cannot be reached
+    TRANSPORT_NO_COMMAND = 2,     // no command object, or no memory
+    TRANSPORT_NO_ADDRESS = 3,     // no IP address in the device name
+    TRANSPORT_CLOSED = 4,         // device not open
+    TRANSPORT_BAD_COMMAND = 5,    // the command could not be encoded
     TRANSPORT_NO_ENDPOINT = 6,
     TRANSPORT_NOT_FOUND = 7,      // no such device
     TRANSPORT_OPEN_FAILED = 8,    // the engine takes this for a busy device
@@ -64,6 +66,9 @@ public:
     // The command object is not owned and must outlive its use here.
     virtual int setCommand(ICommand* cmd) = 0;
 
+    // True when the last ReadImage could not read on. Its result may then be the number of
+    // the end of data, although the device has not ended the page.
+    virtual bool isReadBroken() const { return false; }
     // The token (not owned) that ends long waits; null: none does.
     virtual void watchCancel(const CancelToken* /*token*/) {}
 };

@@ -382,12 +382,9 @@ int IOComm::Read(unsigned char* buf, int* len)
 
 int IOComm::sendCommand(int cmdId)
 {
-    pICmd->setCommandId(cmdId);
-    unsigned char* encoded = nullptr;
+    std::unique_ptr<unsigned char[]> bytes;
     int length = 0;
-    const int result = pICmd->getCommand(&encoded, &length);
-    const std::unique_ptr<unsigned char[]> bytes(encoded);
-    if (result != 0) {
+    if (pICmd->encode(cmdId, &bytes, &length) != 0) {
         SL_TRACE(" -> invalid command");
         return TRANSPORT_BAD_COMMAND;
     }
@@ -432,7 +429,7 @@ int IOComm::awaitReply(CResponse* reply)
     CResponse* answer = reply != nullptr ? reply : &unwanted;
     const int expected = pICmd->getCommandId();
     SL_TRACE("command id is %d", expected);
-    if (expected < COMMAND_FEEDER_STATUS || expected > COMMAND_WAKE) {
+    if (!ICommand::isAnswered(expected)) {
         return TRANSPORT_OK;
     }
     SL_TRACE("waiting for response");
@@ -486,10 +483,7 @@ void IOComm::traceHeader(const unsigned char* block) const
 int IOComm::readImageBytes(unsigned char* block, int size, int* bytesRead, DataBuffer* buffer)
 {
     traceHeader(block);
-    if (ScanData->SetRawData(block, size) == 0) {
-        return TRANSPORT_READ_FAILED;
-    }
-    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
+    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
     if (moved < 0) {
         return TRANSPORT_READ_FAILED;
     }

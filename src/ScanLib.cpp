@@ -604,6 +604,15 @@ int ScanLib::finishStages()
     return isWhole || cancelToken.isDraining() ? SANE_STATUS_EOF : SANE_STATUS_IO_ERROR;
 }
 
+// A page that only broke off must not pass for a whole one.
+int ScanLib::endOfData() const
+{
+    if (!pComm->isReadBroken()) {
+        return SANE_STATUS_EOF;
+    }
+    return cancelToken.isDraining() ? SANE_STATUS_CANCELLED : SANE_STATUS_IO_ERROR;
+}
+
 // Reads and processes until need bytes are there; returns why it ended.
 int ScanLib::transfer(int need)
 {
@@ -617,7 +626,7 @@ int ScanLib::transfer(int need)
         checkScannedSize(got);
         switch (rc) {
         case RECORD_END_OF_DATA:
-            return SANE_STATUS_EOF;
+            return endOfData();
         case RECORD_NO_MEMORY:
             return SANE_STATUS_NO_MEM;
         case RECORD_STOPPED:

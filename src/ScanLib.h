@@ -137,6 +137,7 @@ private:
 
     int bytesWanted(int max_length) const;
     int transfer(int need);
+    int endOfData() const;
     void checkScannedSize(int got) const;
     void decompressAll();
     int finishStages();

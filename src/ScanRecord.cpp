@@ -66,6 +66,12 @@ int ScanRecord::process(const unsigned char* block, int size, ImageData* image) 
     return response.getRecordResponse();
 }
 
+int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
+                              int size, DataBuffer* buffer)
+{
+    return scanData->SetRawData(block, size) != 0 ? moveImageBytes(cmd, scanData, buffer) : -1;
+}
+
 int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer)
 {
     int moved = 0;

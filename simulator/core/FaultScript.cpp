@@ -13,6 +13,7 @@ struct EventName {
     const char* name;
     FaultEvent event;
     std::vector<FaultAction> actions;
+    std::optional<Transport> transport = std::nullopt;
 };
 
 struct ActionName {
@@ -21,50 +22,67 @@ struct ActionName {
     bool takesArgument;
     std::uint32_t byDefault;
     std::uint32_t highest = 0x7FFFFFFF;
+    std::optional<Transport> transport = std::nullopt;
 };
 
 using A = FaultAction;
 
+constexpr std::uint32_t kAnySize = 0x7FFFFFFF;
+
+// What can happen to everything that the scanner says.
+std::vector<FaultAction> transferActions(const std::vector<FaultAction>& more)
+{
+    std::vector<FaultAction> actions = {A::Stall,  A::Timeout,   A::Unplug, A::Replug,  A::Zero,
+                                        A::Short,  A::Delay,     A::Stray,  A::Garbage, A::Truncate,
+                                        A::Reset,  A::HalfClose, A::Vanish, A::Silence, A::Magic,
+                                        A::Length, A::Extra,     A::Lose};
+    actions.insert(actions.end(), more.begin(), more.end());
+    return actions;
+}
+
 const std::vector<EventName>& events()
 {
+    constexpr Transport usb = Transport::Usb;
+    constexpr Transport network = Transport::Network;
     static const std::vector<EventName> table = {
-        {"open", FaultEvent::Open, {A::Refuse, A::Unplug, A::Replug}},
-        {"set-configuration", FaultEvent::SetConfiguration, {A::Refuse, A::Unplug, A::Replug}},
-        {"claim", FaultEvent::Claim, {A::Busy, A::Held, A::Refuse, A::Unplug, A::Replug}},
-        {"detach", FaultEvent::Detach, {A::Refuse, A::Unplug, A::Replug}},
-        {"release", FaultEvent::Release, {A::Refuse, A::Unplug, A::Replug}},
-        {"close", FaultEvent::Close, {A::Unplug, A::Replug}},
-        {"string", FaultEvent::String, {A::Stall, A::Timeout, A::Unplug, A::Replug}},
-        {"command", FaultEvent::Command, {A::Stall, A::Timeout, A::Unplug, A::Replug}},
-        {"reply",
-         FaultEvent::Reply,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
-          A::Garbage, A::Truncate, A::Status, A::Feeder, A::Flip}},
+        {"open", FaultEvent::Open, {A::Refuse, A::Unplug, A::Replug}, usb},
+        {"set-configuration", FaultEvent::SetConfiguration, {A::Refuse, A::Unplug, A::Replug}, usb},
+        {"claim", FaultEvent::Claim, {A::Busy, A::Held, A::Refuse, A::Unplug, A::Replug}, usb},
+        {"detach", FaultEvent::Detach, {A::Refuse, A::Unplug, A::Replug}, usb},
+        {"release", FaultEvent::Release, {A::Refuse, A::Unplug, A::Replug}, usb},
+        {"close", FaultEvent::Close, {A::Unplug, A::Replug}, usb},
+        {"string", FaultEvent::String, {A::Stall, A::Timeout, A::Unplug, A::Replug}, usb},
+        {"connect",
+         FaultEvent::Connect,
+         {A::Timeout, A::Unplug, A::Replug, A::Reset, A::HalfClose},
+         network},
+        {"tickle",
+         FaultEvent::Tickle,
+         {A::Timeout, A::Unplug, A::Replug, A::Delay, A::Garbage, A::Truncate, A::Reset,
+          A::HalfClose, A::Vanish, A::Silence, A::Magic, A::Length, A::Extra, A::Lose},
+         network},
+        {"command",
+         FaultEvent::Command,
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Reset, A::HalfClose}},
+        {"reply", FaultEvent::Reply, transferActions({A::Status, A::Feeder, A::Flip})},
         {"page", FaultEvent::Page, {A::Cut}},
-        {"marker",
-         FaultEvent::Marker,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
-          A::Garbage, A::Truncate, A::Jam}},
-        {"block",
-         FaultEvent::Block,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
-          A::Garbage, A::Truncate, A::Jam}},
+        {"marker", FaultEvent::Marker, transferActions({A::Jam})},
+        {"block", FaultEvent::Block, transferActions({A::Jam})},
         {"chunk",
          FaultEvent::Chunk,
          {A::FlipBits, A::Truncate, A::Shorten, A::Size, A::Oversize, A::Undersize, A::Lines,
           A::Pixels, A::Quality}},
-        {"end",
-         FaultEvent::End,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Zero, A::Short, A::Delay, A::Stray,
-          A::Garbage, A::Truncate, A::Jam}},
+        {"end", FaultEvent::End, transferActions({A::Jam})},
     };
     return table;
 }
 
 const std::vector<ActionName>& actions()
 {
+    constexpr Transport usb = Transport::Usb;
+    constexpr Transport network = Transport::Network;
     static const std::vector<ActionName> table = {
-        {"stall", A::Stall, false, 0},
+        {"stall", A::Stall, false, 0, 0, usb},
         {"timeout", A::Timeout, false, 0},
         {"unplug", A::Unplug, false, 0},
         {"replug", A::Replug, false, 0},
@@ -90,6 +108,14 @@ const std::vector<ActionName>& actions()
         {"lines", A::Lines, true, 0, 0xFFFFFFFF},
         {"pixels", A::Pixels, true, 0, 0xFFFFFFFF},
         {"quality", A::Quality, true, 0, 0xFFFFFFFF},
+        {"reset", A::Reset, true, 0, kAnySize, network},
+        {"half-close", A::HalfClose, true, 0, kAnySize, network},
+        {"vanish", A::Vanish, true, 0, kAnySize, network},
+        {"silence", A::Silence, true, 0, kAnySize, network},
+        {"magic", A::Magic, false, 0, 0, network},
+        {"length", A::Length, true, 0, 0xFFFFFFFF, network},
+        {"extra", A::Extra, true, 1, kAnySize, network},
+        {"lose", A::Lose, true, 1, kAnySize, network},
     };
     return table;
 }
@@ -129,7 +155,17 @@ bool isAboutCommand(FaultEvent event)
     return event == FaultEvent::Command || event == FaultEvent::Reply;
 }
 
-Fault parseFault(const EventName& event, const std::vector<std::string>& fields)
+void checkTransport(const std::string& name, std::optional<Transport> named,
+                    std::optional<Transport> ours)
+{
+    if (named && ours && named != ours) {
+        throw InputError("'" + name + "' is about scanners on " +
+                         (named == Transport::Usb ? "USB" : "the network"));
+    }
+}
+
+Fault parseFault(const EventName& event, const std::vector<std::string>& fields,
+                 std::optional<Transport> transport)
 {
     if (fields.empty()) {
         throw InputError("no action after ':'");
@@ -139,6 +175,7 @@ Fault parseFault(const EventName& event, const std::vector<std::string>& fields)
         throw InputError(std::string("'") + event.name + "' cannot have the action '" + name.name +
                          "'");
     }
+    checkTransport(name.name, name.transport, transport);
     if (fields.size() > (name.takesArgument ? 2U : 1U)) {
         throw InputError("too many words after '" + fields[0] + "'");
     }
@@ -176,6 +213,7 @@ void FaultScript::add(const std::string& text)
             throw InputError("not of the form EVENT: ACTION");
         }
         const EventName& event = findEvent(left[0]);
+        checkTransport(left[0], event.transport, transport_);
         std::size_t next = 1;
         std::optional<CommandId> command;
         if (isAboutCommand(event.event)) {
@@ -185,7 +223,7 @@ void FaultScript::add(const std::string& text)
             }
         }
         rules_.push_back({event.event, command, parseOccurrence(left, next), 0,
-                          parseFault(event, words(text.substr(colon + 1)))});
+                          parseFault(event, words(text.substr(colon + 1)), transport_)});
     } catch (const InputError& error) {
         throw InputError("fault '" + text + "': " + error.what());
     }
@@ -220,31 +258,42 @@ std::string FaultScript::help()
     return R"(A fault is "EVENT [N|always]: ACTION [NUMBER]"; N counts from 1, the default.
 
 Events                            Actions
+  on USB
   open                            refuse [ERRNO]  unplug  replug
   set-configuration, release      refuse [ERRNO]  unplug  replug
   detach                          refuse [ERRNO]  unplug  replug
   claim                           busy  held  refuse [ERRNO]  unplug  replug
   close                           unplug  replug
   string                          stall  timeout  unplug  replug
-  command NAME                    stall  timeout  unplug  replug
-  reply NAME                      stall  timeout  unplug  replug  zero  short N  delay MS
-                                  stray N  garbage N  truncate N  status N  feeder N  flip
+  on the network
+  connect                         timeout  unplug  replug  reset  half-close
+  tickle (the answer to it)       timeout  unplug  replug  delay MS  garbage N  truncate N
+                                  reset N  half-close N  vanish N  silence N
+                                  magic  length N  extra N  lose N
+  on both
+  command NAME                    stall  timeout  unplug  replug  reset  half-close
+  reply NAME                      as marker, without jam; status N  feeder N  flip
   marker, block, end              stall  timeout  unplug  replug  zero  short N  delay MS
                                   stray N  garbage N  truncate N  jam
+                                  reset N  half-close N  vanish N  silence N
+                                  magic  length N  extra N  lose N
   page                            cut N
   chunk                           flip-bits N  truncate N  shorten N  size N  oversize N
                                   undersize N  lines N  pixels N  quality N
 NAME: cancel feeder-status properties lock start unlock wake
 
-  stall     the transfer fails; the endpoint stays halted until the device is configured anew
-  timeout   this and every later transfer is never answered until the device is configured anew
-  unplug    the device disappears
-  replug    the device disappears, and comes back at once under another file number
+  stall     the transfer fails; the endpoint stays halted until the device is configured anew;
+            only on USB
+  timeout   this and every later transfer is never answered until the device is configured anew,
+            or until the next connection
+  unplug    the device disappears; on the network without a word, its connection just ends
+  replug    the device disappears, and comes back at once under another file number; on the
+            network it knows nothing of the connection any more
   refuse    the call fails with ERRNO (1, not permitted, if none is given)
   busy      a kernel driver holds the interface until it is detached
   held      the interface is busy, detached or not
-  zero      a transfer of no bytes comes first
-  short     the transfer ends after N bytes (1); the rest follows as a transfer of its own
+  zero      a transfer (frame) of no bytes comes first
+  short     the transfer (frame) ends after N bytes (1); the rest follows as one of its own
   delay     it comes MS milliseconds late (1000)
   stray     N bytes of garbage (8) come first
   garbage   N bytes of garbage (8) come instead
@@ -254,6 +303,17 @@ NAME: cancel feeder-status properties lock start unlock wake
   flip      the reply has the flip flag set
   jam       a paper jam is reported instead, and the page is over
   cut       the page ends N bytes (1) early
+
+Only on the network, about the frame (or first frame) of what is sent:
+  reset       N of its bytes (0) are sent, then the connection is reset
+  half-close  N of its bytes (0) are sent, then the scanner closes its end and still listens
+  vanish      N of its bytes (0) are sent, then the scanner disappears without a word
+  silence     N of its bytes (0) are sent, and nothing any more on this connection
+  magic       its header does not begin with the magic bytes
+  length      the length in its header is N (0)
+  extra       N bytes of garbage (1) follow the frame
+  lose        its last N bytes (1) are missing
+N of more than the frame has means all of it.
 
 Chunks are those of compressed pages, header included; they are counted on from page to page.
   flip-bits N bits (1) behind the header are wrong, evenly spread

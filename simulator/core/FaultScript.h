@@ -10,6 +10,8 @@ namespace scansim {
 
 // Moments of a device's life at which a fault can be asked for.
 enum class FaultEvent {
+    Connect,
+    Tickle,
     Open,
     SetConfiguration,
     Claim,
@@ -52,7 +54,15 @@ enum class FaultAction {
     Undersize,
     Lines,
     Pixels,
-    Quality
+    Quality,
+    Reset,
+    HalfClose,
+    Vanish,
+    Silence,
+    Magic,
+    Length,
+    Extra,
+    Lose
 };
 
 struct Fault {
@@ -66,6 +76,11 @@ const char* faultActionName(FaultAction action);
 // The rules "EVENT [COMMAND] [N|always]: ACTION [ARGUMENT]" of one device.
 class FaultScript {
 public:
+    // Rules of other transports are refused if one is given.
+    explicit FaultScript(std::optional<Transport> transport = std::nullopt) : transport_(transport)
+    {
+    }
+
     // Throws InputError for text that is not a rule, or an action that the event cannot have.
     void add(const std::string& rule);
 
@@ -87,6 +102,7 @@ private:
 
     std::optional<Fault> match(FaultEvent event, std::optional<CommandId> command);
 
+    std::optional<Transport> transport_;
     std::vector<Rule> rules_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ enum class CommandId { Cancel, FeederStatus, Properties, Lock, Start, Unlock, Wa
 constexpr std::size_t kCommandCount = 7;
 
 const char* commandName(CommandId id);
+
+// What a scanner is connected by.
+enum class Transport { Usb, Network };
 
 enum class SourceKind { Flatbed, Feeder };
 
@@ -43,6 +47,37 @@ struct UsbString {
 struct UsbInterface {
     std::uint8_t interfaceClass = 255;
     std::vector<std::uint8_t> endpoints;
+};
+
+// How a scanner on the network speaks and how it answers those who look for one.
+struct NetworkTraits {
+    std::string ip;   // given by whoever makes the network, if empty
+    std::string mac;  // 12 hexadecimal digits; likewise
+
+    // The conversation.
+    std::vector<std::uint32_t> frameSizes{8192};  // of image data, in turn
+    std::optional<std::uint32_t> frameSeed;       // random sizes instead
+    std::uint32_t segmentSize = 0;                // of each write to the socket; 0: a frame
+    bool packsSegments = false;                   // as many frames as there are in one write
+    bool refusesSecondHost = false;
+    bool isPortClosed = false;
+
+    // Answers to a search.
+    std::string hostName;
+    std::optional<std::string> adapterName;  // the product's, if not given; empty: left out
+    std::optional<std::string> idString;     // likewise
+    std::optional<std::uint32_t> vidPid;     // vendor ID << 16 | product ID
+    bool hasQuotes = true;
+    std::vector<std::string> leftOut;  // names of strings
+    std::vector<std::string> extraStrings;
+    std::vector<std::string> records{"txt"};
+    bool repeatsQuestion = false;
+    bool hasPointers = false;  // a compressed name, and the question that it points into
+    std::uint32_t answers = 1;
+    std::uint32_t answerDelayMs = 0;
+    std::uint32_t garbageAnswers = 0;  // before the right one
+    std::uint32_t foreignAnswers = 0;  // likewise
+    std::uint32_t floodMs = 0;         // foreign answers for that long
 };
 
 // Everything that makes one simulated scanner different from another.
@@ -100,6 +135,8 @@ struct Model {
     bool packsBlocks = false;
     std::uint32_t blockDelayMs = 0;
     std::uint32_t blocksAfterCancel = 0;
+
+    NetworkTraits network;
 
     std::vector<std::string> faults;
 

@@ -1,3 +1,4 @@
+#include "NetworkKeys.h"
 #include "ModelFile.h"
 
 #include <filesystem>
@@ -19,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using Setter = std::function<void(Model&, const ModelSetting&)>;
+using Setter = ModelSetter;
 using SourceSetter = std::function<void(Source&, const ModelSetting&)>;
 
 // A scan reply with properties has to fit one 512-byte read, header included.
@@ -27,25 +28,6 @@ constexpr std::size_t kMaxPropertiesSize = 504;
 
 // The compression technique, as property records number it.
 constexpr std::uint32_t kBlockTransform = 2;
-
-bool parseFlag(const std::string& text)
-{
-    if (text == "1" || text == "yes" || text == "on") {
-        return true;
-    }
-    if (text == "0" || text == "no" || text == "off") {
-        return false;
-    }
-    throw InputError("'" + text + "' is neither yes nor no");
-}
-
-bool parseChoice(const std::string& text, const std::string& no, const std::string& yes)
-{
-    if (text != no && text != yes) {
-        throw InputError("'" + text + "' is neither " + no + " nor " + yes);
-    }
-    return text == yes;
-}
 
 template <class Record>
 auto number(std::uint32_t Record::*field, std::uint32_t low, std::uint32_t high)
@@ -302,6 +284,7 @@ std::map<std::string, Setter> makeSetters()
     addSourceKeys(keys, "flatbed.", &Model::flatbed);
     addSourceKeys(keys, "feeder.", &Model::feeder);
     addStatusKeys(keys);
+    addNetworkKeys(keys);
     return keys;
 }
 

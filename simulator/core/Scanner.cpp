@@ -35,6 +35,25 @@ bool isAboutTheContent(FaultAction action)
            action == FaultAction::Flip;
 }
 
+// What a host sees of a fault in its command.
+TransferResult resultOf(FaultAction action)
+{
+    switch (action) {
+    case FaultAction::Stall:
+        return TransferResult::Stall;
+    case FaultAction::Unplug:
+        return TransferResult::Unplug;
+    case FaultAction::Replug:
+        return TransferResult::Replug;
+    case FaultAction::Reset:
+        return TransferResult::Reset;
+    case FaultAction::HalfClose:
+        return TransferResult::HalfClose;
+    default:
+        return TransferResult::Nothing;
+    }
+}
+
 }  // namespace
 
 Scanner::Scanner(const Model& model, FaultScript& faults, Journal& journal, PageRecorder& recorder)
@@ -63,10 +82,7 @@ TransferResult Scanner::write(const Bytes& bytes)
     if (const std::optional<Fault> fault = faults_.happen(FaultEvent::Command, command->id)) {
         noteFault(*fault);
         isHung_ = fault->action == FaultAction::Timeout;
-        return fault->action == FaultAction::Stall    ? TransferResult::Stall
-               : fault->action == FaultAction::Unplug ? TransferResult::Unplug
-               : fault->action == FaultAction::Replug ? TransferResult::Replug
-                                                      : TransferResult::Nothing;
+        return resultOf(fault->action);
     }
     handle(*command);
     return TransferResult::Done;
@@ -382,6 +398,7 @@ void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault,
             transfer.end = transfer.bytes.size();
             break;
         default:
+            transfer.carrierFault = fault;
             break;
         }
     }
@@ -419,6 +436,7 @@ void Scanner::queueBlock()
     writeBlockHeader(block.data(), model_.protocol, block.size() - headerSize, condition());
     queueTransfer(std::move(block), fault, queue_);
     Transfer& transfer = queue_.back();
+    transfer.isImage = true;
     transfer.joinsNext = model_.packsBlocks && !page_->isOver();
     transfer.isPlainBlock = !fault && model_.blockDelayMs == 0;
     if (model_.blockDelayMs > 0) {
@@ -451,9 +469,9 @@ void Scanner::finishPage(RecordCode code)
     repliesAfterPage_.clear();
 }
 
-TransferResult Scanner::read(std::size_t capacity, Bytes& out)
+// Done if the bytes of the next transfer can be taken.
+TransferResult Scanner::beginTransfer()
 {
-    out.clear();
     if (isHung_ || (queue_.empty() && !refill())) {
         return TransferResult::Nothing;
     }
@@ -470,11 +488,47 @@ TransferResult Scanner::read(std::size_t capacity, Bytes& out)
         queue_.pop_front();
         return failure;
     }
+    return TransferResult::Done;
+}
+
+TransferResult Scanner::read(std::size_t capacity, Bytes& out)
+{
+    out.clear();
+    const TransferResult result = beginTransfer();
+    if (result != TransferResult::Done) {
+        return result;
+    }
+    Transfer& transfer = queue_.front();
     if (transfer.isZeroFirst) {
         transfer.isZeroFirst = false;
         return TransferResult::Done;
     }
     return takeBytes(capacity, out);
+}
+
+TransferResult Scanner::take(Piece& piece)
+{
+    piece = Piece();
+    const TransferResult result = beginTransfer();
+    if (result != TransferResult::Done) {
+        return result;
+    }
+    Transfer& transfer = queue_.front();
+    if (transfer.isZeroFirst) {
+        transfer.isZeroFirst = false;
+        return TransferResult::Done;
+    }
+    piece.isImage = transfer.isImage;
+    piece.joinsOthers = transfer.isPlainBlock;
+    piece.fault = transfer.carrierFault;
+    piece.bytes.assign(transfer.bytes.begin() + static_cast<long>(transfer.sent),
+                       transfer.bytes.begin() + static_cast<long>(transfer.end));
+    transfer.sent = transfer.end;
+    transfer.end = transfer.bytes.size();
+    if (transfer.sent == transfer.end) {
+        queue_.pop_front();
+    }
+    return result;
 }
 
 TransferResult Scanner::takeBytes(std::size_t capacity, Bytes& out)

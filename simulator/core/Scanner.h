@@ -20,7 +20,17 @@ enum class TransferResult {
     Nothing,  // the device has nothing to say (now, or ever)
     Stall,
     Unplug,
-    Replug
+    Replug,
+    Reset,
+    HalfClose
+};
+
+// One transfer of the scanner, for carriers that cut and wrap what it says in their own way.
+struct Piece {
+    Bytes bytes;
+    bool isImage = false;        // block headers and image data; else a reply or a record
+    bool joinsOthers = false;    // image data that nothing sets apart from its neighbours
+    std::optional<Fault> fault;  // one that the carrier has to carry out
 };
 
 // The protocol side of one scanner: commands in, replies and image data out. It does no I/O of
@@ -36,6 +46,9 @@ public:
     // The host asks for up to `capacity` bytes; `out` gets what there is. A transfer ends where the
     // scanner ends it, so less than `capacity` may come while more waits.
     TransferResult read(std::size_t capacity, Bytes& out);
+
+    // Instead of read(): the next transfer as a whole.
+    TransferResult take(Piece& piece);
 
     // The host (re)starts the conversation: whatever was queued, locked or hung is forgotten.
     void reset();
@@ -57,13 +70,15 @@ private:
     struct Transfer {
         Bytes bytes;
         std::size_t sent = 0;
-        std::size_t end = 0;        // the transfer ends here first, the rest is another one
-        bool joinsNext = false;     // the next transfer follows without a gap
+        std::size_t end = 0;     // the transfer ends here first, the rest is another one
+        bool joinsNext = false;  // the next transfer follows without a gap
+        bool isImage = false;
         bool isPlainBlock = false;  // image data without delay or fault
         bool isZeroFirst = false;
         std::optional<TransferResult> failure;
         bool isNever = false;
         std::uint64_t notBefore = 0;
+        std::optional<Fault> carrierFault;
     };
 
     void handle(const Command& command);
@@ -93,6 +108,7 @@ private:
     void queueTransfer(Bytes bytes, const std::optional<Fault>& fault, std::deque<Transfer>& queue);
     std::deque<Transfer>& replyQueue() { return page_ ? repliesAfterPage_ : queue_; }
     void noteFault(const Fault& fault);
+    TransferResult beginTransfer();
     TransferResult takeBytes(std::size_t capacity, Bytes& out);
 
     const Model& model_;

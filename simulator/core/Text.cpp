@@ -37,6 +37,25 @@ std::vector<std::string> split(const std::string& text, char separator)
     return result;
 }
 
+bool parseFlag(const std::string& text)
+{
+    if (text == "1" || text == "yes" || text == "on") {
+        return true;
+    }
+    if (text == "0" || text == "no" || text == "off") {
+        return false;
+    }
+    throw InputError("'" + text + "' is neither yes nor no");
+}
+
+bool parseChoice(const std::string& text, const std::string& no, const std::string& yes)
+{
+    if (text != no && text != yes) {
+        throw InputError("'" + text + "' is neither " + no + " nor " + yes);
+    }
+    return text == yes;
+}
+
 std::uint32_t parseNumber(const std::string& text, std::uint32_t low, std::uint32_t high)
 {
     const bool isHex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;

@@ -21,6 +21,12 @@ std::vector<std::string> words(const std::string& text);
 
 std::vector<std::string> split(const std::string& text, char separator);
 
+// "yes", "no" and their likes; InputError otherwise.
+bool parseFlag(const std::string& text);
+
+// Whether the text is `yes` rather than `no`; InputError if it is neither.
+bool parseChoice(const std::string& text, const std::string& no, const std::string& yes);
+
 // Decimal or 0x-hexadecimal within [low, high], nothing around it; InputError otherwise.
 std::uint32_t parseNumber(const std::string& text, std::uint32_t low, std::uint32_t high);
 

@@ -10,7 +10,7 @@ namespace scansim {
 
 namespace {
 
-// Parser of one command line. What is said before the first --usb goes for every device.
+// Parser of one command line. What is said before the first device goes for every device.
 class Parser {
 public:
     explicit Parser(std::vector<std::string> arguments) : arguments_(std::move(arguments)) {}
@@ -45,11 +45,9 @@ private:
     void parseOption(const std::string& option)
     {
         const std::map<std::string, bool Options::*> flags = {
-            {"--help", &Options::wantsHelp},
-            {"--list-models", &Options::wantsModelList},
-            {"--private-tmp", &Options::hasPrivateTmp},
-            {"--all-cpus", &Options::mayUseAllCpus},
-            {"--tolerate", &Options::isTolerant}};
+            {"--help", &Options::wantsHelp},         {"--list-models", &Options::wantsModelList},
+            {"--veth", &Options::hasLink},           {"--private-tmp", &Options::hasPrivateTmp},
+            {"--all-cpus", &Options::mayUseAllCpus}, {"--tolerate", &Options::isTolerant}};
         const std::map<std::string, std::string Options::*> texts = {
             {"--models", &Options::modelsFolder}, {"--modules", &Options::modulesFolder},
             {"--config", &Options::configFolder}, {"--record", &Options::recordFolder},
@@ -70,7 +68,9 @@ private:
     void parseDeviceOption(const std::string& option)
     {
         if (option == "--usb") {
-            addDevice(value(option));
+            addDevice(option, Transport::Usb);
+        } else if (option == "--net") {
+            addDevice(option, Transport::Network);
         } else if (option == "--set") {
             addSetting(ModelFile::parseSetting(value(option), option, "."));
         } else if (option == "--fault") {
@@ -83,16 +83,18 @@ private:
     }
 
     // "NAME,key=value,key=value"
-    void addDevice(const std::string& text)
+    void addDevice(const std::string& option, Transport transport)
     {
-        const std::vector<std::string> parts = split(text, ',');
+        const std::vector<std::string> parts = split(value(option), ',');
         if (parts.empty() || parts[0].empty()) {
-            throw InputError("--usb needs the name of a model");
+            throw InputError(option + " needs the name of a model");
         }
         DeviceOptions device = common_;
+        device.transport = transport;
         device.model = parts[0];
         for (std::size_t i = 1; i < parts.size(); ++i) {
-            device.settings.push_back(ModelFile::parseSetting(parts[i], "--usb " + parts[0], "."));
+            device.settings.push_back(
+                ModelFile::parseSetting(parts[i], option + " " + parts[0], "."));
         }
         options_.devices.push_back(device);
     }
@@ -128,21 +130,27 @@ Options Options::parse(const std::vector<std::string>& arguments)
 
 std::string Options::help()
 {
-    return R"(Usage: scanner-sim [OPTIONS] --usb MODEL [OPTIONS] [--usb MODEL ...] -- COMMAND [ARGUMENTS]
+    return R"(Usage: scanner-sim [OPTIONS] {--usb|--net} MODEL [OPTIONS] ... -- COMMAND [ARGUMENTS]
 
-Runs COMMAND where the only USB devices are simulated scanners, and where SANE knows the backends
-for them. Needs no real scanner, and leaves nothing behind. Example:
+Runs COMMAND where the only USB devices are simulated scanners, where the only network is that of
+simulated scanners, and where SANE knows the backends for them. Needs no real scanner, and leaves
+nothing behind. Example:
 
-  scanner-sim --usb flatbed-326 --usb adf-402,feeder.sheets=3 -- scanimage -L
+  scanner-sim --usb flatbed-326 --net adf-402,feeder.sheets=3 -- scanimage -L
 
 Devices
   --usb MODEL[,KEY=VALUE]...   plug in a scanner: the name of a model (see --list-models) or the
                                path of a model file, with some of its keys changed
+  --net MODEL[,KEY=VALUE]...   put a scanner on the network; keys only for such ones:
+                                 ip mac frame-size segment-size segments second-host port
+                                 host-name, and answer. with adapter-name id-string vid-pid
+                                 quotes leave-out string records question pointers count
+                                 delay-ms garbage foreign flood-ms
   --set KEY=VALUE              change a key of the model (for values with commas)
   --fault FAULT                let something go wrong, see below
   --feature KEY=VALUE          change a key in a copy of the scanner's feature file; without a
                                value the key is taken out
-                               These three are about the --usb before them, or about all devices
+                               These three are about the device before them, or about all devices
                                if they stand before the first one.
 Recording
   --record FOLDER              write each page that a scanner plays as FOLDER/devN-MODEL-NNN.pnm,
@@ -154,6 +162,8 @@ Surroundings
   --config FOLDER              the backend's configuration files, instead of the build tree's
   --backend NAME               name this backend in dll.conf, instead of those of the vendors of
                                the devices; repeatable
+  --veth                       keep the scanners of --net at the other end of a network link, in
+                               a network namespace of their own
   --private-tmp                give COMMAND an empty /tmp of its own
   --all-cpus                   do not keep COMMAND and scanners on one CPU, where they talk fastest
 Result
@@ -164,10 +174,11 @@ Otherwise
   --help                       this text
 
 The exit status is COMMAND's (128 + N if signal N ended it); 99 if a scanner has complained about
-what it was sent; 77 if this machine or user cannot simulate USB; 2 for a wrong command line.
+what it was sent; 77 if this machine or user cannot simulate devices; 2 for a wrong command line.
 
 Control lines (COMMAND finds the socket for them in SCANNER_SIM_CONTROL)
   device N: unplug             device N: plug               device N: replug
+  device N: open-port          device N: close-port
   device N: load-sheets K      device N: fault FAULT        device N: state?
   complaints?                  forget-complaints
 

@@ -11,8 +11,9 @@ namespace scansim {
 // A key of a feature file with the value it gets instead; an empty value takes the key out.
 using FeatureChange = std::pair<std::string, std::string>;
 
-// One --usb with what was said about it.
+// One --usb or --net with what was said about it.
 struct DeviceOptions {
+    Transport transport = Transport::Usb;
     std::string model;
     std::vector<ModelSetting> settings;
     std::vector<FeatureChange> features;
@@ -29,6 +30,7 @@ struct Options {
     std::string recordFolder;
     std::string logFile;
     std::string controlLine;
+    bool hasLink = false;
     bool hasPrivateTmp = false;
     bool isTolerant = false;
     bool mayUseAllCpus = false;

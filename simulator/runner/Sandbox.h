@@ -1,16 +1,11 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-namespace scansim {
+#include "SandboxError.h"
 
-// This machine or user cannot have a sandbox; the message tells what is missing and how to get it.
-class SandboxError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+namespace scansim {
 
 // A private view of the file system for this process and its children: an empty /etc/sane.d with
 // a simulated usbfs below it. It goes away with the last process in it.

@@ -8,9 +8,9 @@ namespace scansim {
 
 namespace {
 
-FaultScript makeFaults(const Model& model)
+FaultScript makeFaults(const Model& model, Transport transport)
 {
-    FaultScript script;
+    FaultScript script(transport);
     for (const std::string& rule : model.faults) {
         script.add(rule);
     }
@@ -24,16 +24,38 @@ std::string deviceName(unsigned number, const Model& model)
 
 }  // namespace
 
-SimulatedDevice::SimulatedDevice(unsigned number, Model model, const std::string& recordFolder,
-                                 std::FILE* trace, std::function<unsigned()> nextFileNumber)
+SimulatedDevice::SimulatedDevice(unsigned number, Transport transport, Model model,
+                                 const std::string& recordFolder, std::FILE* trace,
+                                 std::function<unsigned()> nextFileNumber)
     : model_(std::move(model)),
       name_(deviceName(number, model_)),
-      faults_(makeFaults(model_)),
+      faults_(makeFaults(model_, transport)),
       journal_(name_, trace),
       recorder_(recordFolder.empty() ? std::string() : recordFolder + "/" + name_ + "-"),
-      scanner_(model_, faults_, journal_, recorder_),
-      usb_(model_, scanner_, faults_, journal_, std::move(nextFileNumber))
+      scanner_(model_, faults_, journal_, recorder_)
 {
+    if (transport == Transport::Usb) {
+        usb_ = std::make_unique<UsbDevice>(model_, scanner_, faults_, journal_,
+                                           std::move(nextFileNumber));
+    } else {
+        net_ = std::make_unique<NetDevice>(model_, scanner_, faults_, journal_);
+    }
+}
+
+Carrier& SimulatedDevice::carrier()
+{
+    if (usb_) {
+        return *usb_;
+    }
+    return *net_;
+}
+
+NetDevice& SimulatedDevice::netDevice()
+{
+    if (!net_) {
+        throw InputError("a scanner on USB has no port");
+    }
+    return *net_;
 }
 
 std::string SimulatedDevice::control(const std::string& line)
@@ -46,12 +68,14 @@ std::string SimulatedDevice::control(const std::string& line)
         return state();
     }
     if (verb == "unplug") {
-        usb_.unplug();
+        carrier().unplug();
     } else if (verb == "plug") {
-        usb_.plug();
+        carrier().plug();
     } else if (verb == "replug") {
-        usb_.unplug();
-        usb_.plug();
+        carrier().unplug();
+        carrier().plug();
+    } else if (verb == "open-port" || verb == "close-port") {
+        netDevice().setPortOpen(verb == "open-port");
     } else if (verb == "load-sheets") {
         scanner_.loadSheets(parseNumber(rest, 0, 1000000));
     } else if (verb == "fault") {
@@ -64,8 +88,7 @@ std::string SimulatedDevice::control(const std::string& line)
 
 std::string SimulatedDevice::state()
 {
-    return std::string(usb_.isPlugged() ? "plugged" : "unplugged") +
-           " file=" + std::to_string(usb_.number()) +
+    return std::string(carrier().isPlugged() ? "plugged " : "unplugged ") + carrier().place() +
            " locked=" + (scanner_.isLocked() ? "yes" : "no") +
            " sheets=" + std::to_string(scanner_.sheets()) +
            " pages=" + std::to_string(scanner_.pagesStarted()) +

@@ -8,6 +8,7 @@
 #include "FaultScript.h"
 #include "Journal.h"
 #include "Model.h"
+#include "NetDevice.h"
 #include "PageRecorder.h"
 #include "Scanner.h"
 #include "UsbDevice.h"
@@ -18,11 +19,14 @@ namespace scansim {
 class SimulatedDevice {
 public:
     // `number` counts from 1. Throws InputError.
-    SimulatedDevice(unsigned number, Model model, const std::string& recordFolder, std::FILE* trace,
+    SimulatedDevice(unsigned number, Transport transport, Model model,
+                    const std::string& recordFolder, std::FILE* trace,
                     std::function<unsigned()> nextFileNumber);
 
     const Model& model() const { return model_; }
-    UsbDevice& usb() { return usb_; }
+    // The one that connects the scanner; the other is null.
+    UsbDevice* usb() { return usb_.get(); }
+    NetDevice* net() { return net_.get(); }
     Scanner& scanner() { return scanner_; }
     Journal& journal() { return journal_; }
 
@@ -31,6 +35,8 @@ public:
 
 private:
     std::string state();
+    Carrier& carrier();
+    NetDevice& netDevice();
 
     Model model_;
     std::string name_;
@@ -38,7 +44,8 @@ private:
     Journal journal_;
     PageRecorder recorder_;
     Scanner scanner_;
-    UsbDevice usb_;
+    std::unique_ptr<UsbDevice> usb_;
+    std::unique_ptr<NetDevice> net_;
 };
 
 }  // namespace scansim

@@ -29,6 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kComplained = 99;
+constexpr unsigned kFirstHost = 10;  // the address of network scanner 1 ends in 11
 constexpr const char* kModelSuffix = ".model";
 
 std::string orElse(const std::string& value, const std::string& otherwise)
@@ -107,8 +108,12 @@ Simulation::Simulation(const Options& options)
             ModelFile::load(modelPath(device.model, options_.modelsFolder), device.settings);
         saneConfig_.addDevice(model, device.features);
         const auto number = static_cast<unsigned>(devices_.size() + 1);
-        devices_.push_back(std::make_unique<SimulatedDevice>(
-            number, std::move(model), recordFolder, log_, [this] { return ++lastFileNumber_; }));
+        if (device.transport == Transport::Network) {
+            assignAddress(model, number);
+        }
+        devices_.push_back(std::make_unique<SimulatedDevice>(number, device.transport,
+                                                             std::move(model), recordFolder, log_,
+                                                             [this] { return ++lastFileNumber_; }));
     }
     if (!options_.backends.empty()) {
         saneConfig_.setBackends(options_.backends);
@@ -152,6 +157,39 @@ std::string Simulation::openRecordFolder()
         throw InputError(options_.recordFolder + ": " + std::strerror(errno));
     }
     return "/proc/self/fd/" + std::to_string(recordFd_);
+}
+
+// What the options have left open; no two scanners may have the same address.
+void Simulation::assignAddress(Model& model, unsigned number) const
+{
+    NetworkTraits& traits = model.network;
+    if (traits.ip.empty()) {
+        const unsigned host = number + kFirstHost;
+        traits.ip = "10.83." + std::to_string(host / 256) + "." + std::to_string(host % 256);
+    }
+    if (traits.mac.empty()) {
+        char mac[16];
+        std::snprintf(mac, sizeof mac, "02000000%04X", number & 0xFFFF);
+        traits.mac = mac;
+    }
+    if (traits.hostName.empty()) {
+        traits.hostName = model.name;
+    }
+    for (const auto& other : devices_) {
+        if (other->net() != nullptr && other->model().network.ip == traits.ip) {
+            throw InputError(model.name + ": two scanners have the address " + traits.ip);
+        }
+    }
+}
+
+NetworkKind Simulation::networkKind() const
+{
+    if (options_.hasLink) {
+        return NetworkKind::Link;
+    }
+    const bool hasNetwork = std::any_of(devices_.begin(), devices_.end(),
+                                        [](const auto& each) { return each->net() != nullptr; });
+    return hasNetwork ? NetworkKind::Scanners : NetworkKind::Loopback;
 }
 
 std::vector<std::string> Simulation::modelNames(const std::string& modelsFolder)
@@ -220,6 +258,7 @@ int Simulation::run()
 {
     const std::map<std::string, std::string> files = saneConfig_.files(Sandbox::saneFolder());
     Sandbox sandbox;
+    network_ = std::make_unique<PrivateNetwork>(networkKind());
     writeConfiguration(files);
     const int fuse = sandbox.mountUsbFs();
     if (options_.hasPrivateTmp) {
@@ -228,12 +267,7 @@ int Simulation::run()
                                 fs::absolute(SCANSIM_MODELS_DIR).string()});
         fs::current_path(folder);
     }
-    std::vector<UsbDevice*> usbDevices;
-    for (const auto& device : devices_) {
-        usbDevices.push_back(&device->usb());
-    }
-    fs_ = std::make_unique<UsbFs>(usbDevices);
-    fs_->serve(fuse);
+    showDevices(fuse);
     control_ =
         std::make_unique<ControlChannel>(Sandbox::privateFolder() + "/control",
                                          [this](const std::string& line) { return control(line); });
@@ -253,6 +287,22 @@ int Simulation::run()
     return complaintCount() > 0 && !options_.isTolerant ? kComplained : status;
 }
 
+void Simulation::showDevices(int fuse)
+{
+    std::vector<UsbDevice*> usbDevices;
+    for (const auto& device : devices_) {
+        if (device->usb() != nullptr) {
+            usbDevices.push_back(device->usb());
+        } else {
+            device->net()->appear([this](in_addr address, bool isVisible) {
+                isVisible ? network_->show(address) : network_->hide(address);
+            });
+        }
+    }
+    fs_ = std::make_unique<UsbFs>(usbDevices);
+    fs_->serve(fuse);
+}
+
 pid_t Simulation::startCommand(const void* oldSignals) const
 {
     const pid_t parent = getpid();
@@ -268,6 +318,10 @@ pid_t Simulation::startCommand(const void* oldSignals) const
         _exit(1);
     }
     sigprocmask(SIG_SETMASK, static_cast<const sigset_t*>(oldSignals), nullptr);
+    if (!network_->enterCommandSide()) {
+        std::perror("scanner-sim: cannot enter the command's network namespace");
+        _exit(1);
+    }
     std::vector<char*> arguments;
     for (const std::string& argument : options_.command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -285,10 +339,19 @@ int Simulation::loop(pid_t child, int signals)
     for (;;) {
         std::vector<pollfd> descriptors = {{fs_->fd(), POLLIN, 0}, {signals, POLLIN, 0}};
         control_->addTo(descriptors);
+        const std::uint64_t before = nowMs();
+        for (const auto& device : devices_) {
+            if (device->net() != nullptr) {
+                device->net()->addTo(descriptors, before);
+            }
+        }
         const int ready = poll(descriptors.data(), descriptors.size(), timeout());
         const std::uint64_t now = nowMs();
         for (const auto& device : devices_) {
             device->scanner().setNow(now);
+            if (device->net() != nullptr) {
+                device->net()->handle(descriptors, now);
+            }
         }
         if (ready <= 0) {
             fs_->devicesChanged();
@@ -309,10 +372,16 @@ int Simulation::timeout()
 {
     const std::uint64_t now = nowMs();
     int timeout = -1;
-    for (const auto& device : devices_) {
-        if (const auto wake = device->scanner().nextWake()) {
+    const auto add = [&](std::optional<std::uint64_t> wake) {
+        if (wake) {
             const int left = static_cast<int>(*wake > now ? *wake - now : 0);
             timeout = timeout < 0 ? left : std::min(timeout, left);
+        }
+    };
+    for (const auto& device : devices_) {
+        add(device->scanner().nextWake());
+        if (device->net() != nullptr) {
+            add(device->net()->nextWake(now));
         }
     }
     return timeout;

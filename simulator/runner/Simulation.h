@@ -8,6 +8,7 @@
 
 #include "ControlChannel.h"
 #include "Options.h"
+#include "PrivateNetwork.h"
 #include "SaneConfig.h"
 #include "SimulatedDevice.h"
 #include "UsbFs.h"
@@ -36,6 +37,9 @@ private:
     void writeConfiguration(const std::map<std::string, std::string>& files) const;
     std::string modulesFolder() const;
     void setEnvironment() const;
+    void assignAddress(Model& model, unsigned number) const;
+    NetworkKind networkKind() const;
+    void showDevices(int fuse);
     pid_t startCommand(const void* oldSignals) const;
     int loop(pid_t child, int signals);
     bool handleSignals(pid_t child, int signals, int& status) const;
@@ -50,6 +54,7 @@ private:
     unsigned lastFileNumber_ = 1;
     SaneConfig saneConfig_;
     std::vector<std::unique_ptr<SimulatedDevice>> devices_;
+    std::unique_ptr<PrivateNetwork> network_;
     std::unique_ptr<UsbFs> fs_;
     std::unique_ptr<ControlChannel> control_;
 };

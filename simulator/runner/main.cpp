@@ -49,7 +49,8 @@ int run(const std::vector<std::string>& arguments)
         return sendControl(options.controlLine);
     }
     if (options.devices.empty() || options.command.empty()) {
-        throw scansim::InputError("needs at least one --usb MODEL, and a command; see --help");
+        throw scansim::InputError(
+            "needs at least one --usb MODEL or --net MODEL, and a command; see --help");
     }
     return scansim::Simulation(options).run();
 }
@@ -64,7 +65,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "scanner-sim: %s\n", error.what());
         return kUsageError;
     } catch (const scansim::SandboxError& error) {
-        std::fprintf(stderr, "scanner-sim: cannot simulate USB here: %s\n", error.what());
+        std::fprintf(stderr, "scanner-sim: cannot simulate devices here: %s\n", error.what());
         return kCannotSimulate;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "scanner-sim: %s\n", error.what());

@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 
+#include "Carrier.h"
 #include "FaultScript.h"
 #include "Journal.h"
 #include "Model.h"
@@ -41,7 +42,7 @@ struct ControlRequest {
 };
 
 // A scanner on the bus, as the kernel's usbfs would show it. Operations return 0 or an errno.
-class UsbDevice {
+class UsbDevice : public Carrier {
 public:
     // All but `nextNumber`, which gives a fresh device file number, have to outlive the device.
     UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal,
@@ -52,10 +53,11 @@ public:
     Journal& journal() { return journal_; }
     FaultScript& faults() { return faults_; }
 
-    bool isPlugged() const { return isPlugged_; }
+    bool isPlugged() const override { return isPlugged_; }
     unsigned number() const { return number_; }
-    void unplug();
-    void plug();
+    void unplug() override;
+    void plug() override;
+    std::string place() const override { return "file=" + std::to_string(number_); }
 
     Bytes descriptors() const;
 

@@ -46,25 +46,27 @@ class ScanTestCase(unittest.TestCase):
         self.folder = Path(tempfile.mkdtemp(prefix="scan-test-"))
         self.addCleanup(shutil.rmtree, self.folder)
 
-    def simulate(self, devices, command, options=(), log=False, timeout=TIMEOUT):
-        """Runs command in the test's folder with the devices given as MODEL[,KEY=VALUE]...
-        or as lists of arguments that start with one."""
+    def simulate(self, devices, command, options=(), log=False, timeout=TIMEOUT, folder=None):
+        """Runs command in the test's folder (or the one given) with the devices given as
+        MODEL[,KEY=VALUE]... or as lists of arguments that start with one. They are on USB unless
+        --net comes before them."""
+        folder = folder or self.folder
         arguments = [SCANNER_SIM, "--record", "recorded", *options]
         for device in devices:
-            first, *rest = [device] if isinstance(device, str) else device
-            arguments += ["--usb", first, *rest]
+            words = [device] if isinstance(device, str) else list(device)
+            arguments += words if words[0] == "--net" else ["--usb", *words]
         environment = ["env"]
         if PRELOAD:
             environment.append(f"LD_PRELOAD={PRELOAD}")
         if PYTHON in command:
             # Python leaks at its end; leaks of the backend show in scanimage.
             environment.append("ASAN_OPTIONS=detect_leaks=0")
-        (self.folder / "recorded").mkdir(exist_ok=True)
+        (folder / "recorded").mkdir(exist_ok=True)
         process = subprocess.run(arguments + ["--"] + environment + list(command),
-                                 cwd=self.folder, stdout=subprocess.PIPE,
+                                 cwd=folder, stdout=subprocess.PIPE,
                                  stderr=subprocess.PIPE, text=True, errors="replace",
                                  stdin=subprocess.DEVNULL, timeout=timeout)
-        return Result(process, self.folder)
+        return Result(process, folder)
 
     def scan(self, device, *arguments, output="page.pnm", options=()):
         result = self.simulate([device], ["scanimage", "--format=pnm", *arguments, "-o", output],

@@ -5,10 +5,10 @@ read), then control lines for the simulation that let the device recover.
 """
 
 import os
-import socket
 import sys
 import time
 
+from control import tell_simulation
 from sane_api import Sane
 
 name = sys.argv[1]
@@ -25,14 +25,6 @@ def descriptors():
         except FileNotFoundError:
             pass  # the one that listed the folder
     return sorted(path for path in opened if path != "/tmp/scan.dump")
-
-
-def tell_simulation(line):
-    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as control:
-        control.connect(os.environ["SCANNER_SIM_CONTROL"])
-        control.sendall(line.encode() + b"\n")
-        answer = control.recv(4096).decode()
-    print(line, "->", answer.strip())
 
 
 def attempt(sane):

@@ -140,6 +140,21 @@ INSTANTIATE_TEST_SUITE_P(
                     Result{"Jam", 5, 6, true, true}, Result{"Failure", 15, 9, false, false}),
     kByName);
 
+// The connection is lost in mid-page: not a page that passes for whole.
+TEST(AcquireImageTest, PageThatBreaksOff)
+{
+    TestEngine engine;
+    engine.startFrame();
+    engine.transport->steps = {{0, ramp(20)}, {1, {}, nullptr, true}};
+    EXPECT_EQ(acquire(engine, 20).bytes, ramp(20));
+    EXPECT_EQ(acquire(engine, 20).status, 9);
+    EXPECT_EQ(engine.count("command 5"), 0);
+    EXPECT_EQ(engine.ScanInProgress, 1) << "what is left of the job can be cancelled";
+    engine.transport->steps = {{1, {}, nullptr, true}, {1}};
+    EXPECT_EQ(acquire(engine, 20).status, 9);
+    EXPECT_EQ(acquire(engine, 20).status, 5) << "while a page that the device ends is one";
+}
+
 TEST(AcquireImageTest, AnyOtherResultIsData)
 {
     for (const int result : {0, 6, 7, 8, 9, 10, 14, 16, 17, 19, 255, -1}) {

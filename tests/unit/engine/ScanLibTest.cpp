@@ -541,7 +541,8 @@ TEST_P(EndlessFlushTest, Ends)
 INSTANTIATE_TEST_SUITE_P(Devices, EndlessFlushTest,
                          testing::Values(Endless{"SendsData", {0, ramp(4096)}},
                                          Endless{"HasNoDataYet", {18}},
-                                         Endless{"SendsNothing", {0}}),
+                                         Endless{"SendsNothing", {0}},
+                                         Endless{"IsGone", {1, {}, nullptr, true}}),
                          kByName);
 
 TEST(UnlockTest, EndsTheJob)

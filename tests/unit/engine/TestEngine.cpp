@@ -12,6 +12,7 @@ int FakeTransport::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* imag
         step = steps.front();
         steps.pop_front();
     }
+    isBroken_ = step.isBroken;
     if (step.during) {
         step.during(image);
     }

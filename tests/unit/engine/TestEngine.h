@@ -30,6 +30,7 @@ struct Step {
     int result = 0;
     Bytes bytes = {};
     std::function<void(ImageData*)> during = nullptr;
+    bool isBroken = false;  // reading failed
 };
 
 // Does as its script says and writes every call down: "open", "close", "command <n>",
@@ -51,6 +52,7 @@ public:
     int Write(unsigned char*, int) override { return 0; }
     int Read(unsigned char*, int*) override { return 15; }
     int ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image) override;
+    bool isReadBroken() const override { return isBroken_; }
     int setDevice(const char*) override { return 0; }
     int getVid() override { return 0x1234; }
     int getPid() override { return 0x3260; }
@@ -64,6 +66,7 @@ public:
 
 private:
     std::shared_ptr<Journal> calls_;
+    bool isBroken_ = false;
 };
 
 // Opened for a grey page of 10 x 10 dots (10 dpi, one inch square) unless a test changes

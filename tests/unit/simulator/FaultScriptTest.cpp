@@ -76,7 +76,8 @@ TEST(FaultScript, HelpNamesEveryAction)
          {"stall",    "timeout",   "unplug", "replug", "refuse",    "busy",     "held",
           "zero",     "short",     "delay",  "stray",  "garbage",   "truncate", "status",
           "feeder",   "flip",      "jam",    "cut",    "flip-bits", "shorten",  "size",
-          "oversize", "undersize", "lines",  "pixels", "quality"}) {
+          "oversize", "undersize", "lines",  "pixels", "quality",   "reset",    "half-close",
+          "vanish",   "silence",   "magic",  "length", "extra",     "lose"}) {
         EXPECT_NE(help.find(std::string("\n  ") + word), std::string::npos) << word;
     }
 }

@@ -25,6 +25,19 @@ TEST(Options, DevicesAndTheirOptions)
     EXPECT_EQ(options.command, (std::vector<std::string>{"scanimage", "-L"}));
 }
 
+TEST(Options, TransportsMix)
+{
+    const Options options = Options::parse(
+        {"--veth", "--usb", "a", "--net", "b,ip=10.0.0.1", "--fault", "tickle: reset", "ls"});
+    ASSERT_EQ(options.devices.size(), 2U);
+    EXPECT_EQ(options.devices[0].transport, Transport::Usb);
+    EXPECT_EQ(options.devices[1].transport, Transport::Network);
+    EXPECT_EQ(options.devices[1].settings.size(), 2U);
+    EXPECT_TRUE(options.hasLink);
+    EXPECT_THROW(Options::parse({"--net"}), InputError);
+    EXPECT_THROW(Options::parse({"--net", ","}), InputError);
+}
+
 TEST(Options, CommandNeedsNoDashes)
 {
     const Options options =
@@ -48,9 +61,9 @@ TEST(Options, HelpNamesEveryOption)
 {
     const std::string help = Options::help();
     for (const char* option :
-         {"--usb", "--set", "--fault", "--feature", "--record", "--log", "--models", "--modules",
-          "--config", "--backend", "--private-tmp", "--all-cpus", "--tolerate", "--control",
-          "--list-models", "--help"}) {
+         {"--usb", "--net", "--veth", "--set", "--fault", "--feature", "--record", "--log",
+          "--models", "--modules", "--config", "--backend", "--private-tmp", "--all-cpus",
+          "--tolerate", "--control", "--list-models", "--help"}) {
         EXPECT_NE(help.find(std::string("\n  ") + option), std::string::npos) << option;
     }
 }

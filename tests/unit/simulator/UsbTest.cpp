@@ -1,49 +1,13 @@
 // The genuine libusb 0.1 on simulated scanners: usb_probe's calls and what they give.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <sstream>
-
+#include "Shell.h"
 #include "Support.h"
 
 namespace scansim::test {
 
 namespace {
-
-constexpr int kCannotSimulate = 77;
-
-struct Outcome {
-    int status = -1;
-    std::string output;
-};
-
-Outcome shell(const std::string& command)
-{
-    Outcome outcome;
-    std::FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    char buffer[4096];
-    for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        outcome.output.append(buffer, count);
-    }
-    outcome.status = WEXITSTATUS(pclose(pipe));
-    return outcome;
-}
-
-// Only lines about the calls themselves.
-std::string withoutNotices(const std::string& text)
-{
-    std::istringstream in(text);
-    std::string out;
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind("scanner-sim: no folder", 0) != 0 &&
-            line.find(" MB/s") == std::string::npos) {
-            out += line + "\n";
-        }
-    }
-    return out;
-}
 
 class Usb : public testing::Test {
 protected:

@@ -1,0 +1,44 @@
+"""saned and SANE's net backend between the front end and a network scanner: a list, a page, a
+batch from the feeder, and an interrupted page."""
+
+import os
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+SERVER = Path(os.environ["SANE_CONFIG_DIR"])
+CLIENT = SERVER / "client"
+CLIENT.mkdir()
+(CLIENT / "dll.conf").write_text("net\n")
+(CLIENT / "net.conf").write_text("localhost\n")
+(SERVER / "saned.conf").write_text("localhost\n127.0.0.1\n")
+
+client = dict(os.environ, SANE_CONFIG_DIR=str(CLIENT))
+NAME = "net:localhost:QuillonLegacy_1_0_0:libnet/020000000001"
+scan = ["scanimage", "-d", NAME, "--format=pnm", "--resolution", "75"]
+server_output = open("saned.log", "w")
+server = subprocess.Popen(["saned", "-l", "-e", "-b", "127.0.0.1"], stderr=server_output)
+try:
+    time.sleep(0.5)
+    listed = subprocess.run(["scanimage", "-L"], env=client, check=True, capture_output=True,
+                            text=True).stdout
+    assert f"device `{NAME}' is a Quillon Combo 402 Scanner" in listed, listed
+    # In one process, because each has to wait for the search.
+    subprocess.run(scan + ["--batch=page%d.pnm", "--batch-count=3", "--source",
+                           "Automatic Document Feeder", "-y", "60"], env=client, check=True)
+    process = subprocess.Popen(scan + ["-p", "-o", "interrupted.pnm"], env=client, text=True,
+                               stderr=subprocess.PIPE)
+    seen = ""
+    while "%" not in seen:
+        seen += process.stderr.read(1)
+    began = time.monotonic()
+    process.send_signal(signal.SIGINT)
+    rest = process.stderr.read()
+    status = process.wait(30)
+    print(f"interrupted: {time.monotonic() - began:.2f} s, status {status}")
+    assert status != 0 and "trying to stop scanner" in rest, (status, rest)
+    subprocess.run(scan + ["-o", "page4.pnm", "-y", "60"], env=client, check=True)
+finally:
+    server.terminate()
+    server.wait()
