@@ -14,6 +14,7 @@ constexpr int kWicket = 2;
 constexpr int kChunkSizeBytes = 4;  // the size field that starts a chunk
 constexpr int kSafetyFactor = 5;    // output room, in bands of the chunk's own size
 constexpr int kBytesLogged = 10;
+constexpr int kLargest = std::numeric_limits<int>::max();
 
 }  // namespace
 
@@ -94,13 +95,27 @@ int DeCompHandler::packLines(unsigned char* lines, int bytes, int room) const
     return static_cast<int>(count * stride);
 }
 
-// The size of the block for a chunk's lines; 0: none that an int holds.
+// The room for a chunk's lines, by the chunk's own size; 0: more than an int holds.
 int DeCompHandler::outputSize(int chunk) const
 {
     const std::int64_t bytes = std::int64_t{DeCompressor->GetNumPadBytesPerLine()} + chunk;
     const std::int64_t wanted = bytes * DeCompressor->GetMaxLinesPerBand() * kSafetyFactor;
-    const bool fits = wanted > 0 && wanted <= std::numeric_limits<int>::max();
-    return fits ? static_cast<int>(wanted) : 0;
+    return wanted >= 0 && wanted <= kLargest ? static_cast<int>(wanted) : 0;
+}
+
+bool DeCompHandler::isImpossible(int chunk) const
+{
+    return chunk < 0 || (chunk > 0 && outputSize(chunk) == 0);
+}
+
+// Also room for a band of the page's lines, which a chunk of other lines may announce.
+int DeCompHandler::blockSize(int chunk) const
+{
+    const std::int64_t step = std::int64_t{stride} + DeCompressor->GetNumPadBytesPerLine();
+    const std::int64_t band = step * DeCompressor->GetMaxLinesPerBand();
+    const int smallest =
+        band > kBytesLogged && band <= kLargest ? static_cast<int>(band) : kBytesLogged;
+    return isImpossible(chunk) ? 0 : std::max(outputSize(chunk), smallest);
 }
 
 // Null for size 0, and without memory.
@@ -114,18 +129,25 @@ unsigned char* DeCompHandler::outputBlock(int size)
     return size > 0 ? outBlock.get() : nullptr;
 }
 
+// The log shows the first bytes even when the decompressor writes none; and lines of another
+// size than the decompressor's reach over bytes that it leaves alone.
+void DeCompHandler::clearBlock(unsigned char* out, int size) const
+{
+    const bool isStrideOwn = stride == std::int64_t{width} * channels;
+    memset(out, 0, static_cast<size_t>(isStrideOwn ? kBytesLogged : size));
+}
+
 int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk)
 {
-    const int outSize = outputSize(chunk);
     SL_TRACE("GetNumPadBytesPerLine = %d", DeCompressor->GetNumPadBytesPerLine());
     SL_TRACE("GetMaxLinesPerBand = %d", DeCompressor->GetMaxLinesPerBand());
-    SL_TRACE("OutBufferSize = %d", outSize);
+    SL_TRACE("OutBufferSize = %d", outputSize(chunk));
+    const int outSize = blockSize(chunk);
     unsigned char* out = outputBlock(outSize);
     if (out == nullptr) {
         SL_TRACE("malloc failed");
     } else {
-        // The log shows these even when the decompressor writes none.
-        memset(out, 0, static_cast<size_t>(std::min(outSize, kBytesLogged)));
+        clearBlock(out, outSize);
     }
     SL_TRACE("After malloc");
 
@@ -136,7 +158,7 @@ int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk
     SL_TRACE("After Decomp");
     SL_TRACE("BytesGen = %d", generated);
     SL_TRACE("BytesConverted = %d", converted);
-    if (outSize >= kBytesLogged && out != nullptr) {
+    if (out != nullptr) {
         SL_TRACE("%2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", out[0], out[1], out[2], out[3], out[4],
                  out[5], out[6], out[7], out[8], out[9]);
     }
@@ -171,7 +193,7 @@ int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
     }
     const int chunk = chunkSize(raw, rawSize);
     // Whether the chunk is there already must not decide about the page.
-    isRestHidden = isRestHidden || outputSize(chunk) == 0;
+    isRestHidden = isRestHidden || isImpossible(chunk);
     if (chunk < 0) {
         SL_TRACE("CHUNKSIZE = %d", chunk);
         SL_RETURN(0);

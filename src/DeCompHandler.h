@@ -45,6 +45,9 @@ private:
     static bool isPadding(DataBuffer* in);
     int chunkSize(const unsigned char* raw, int rawSize) const;
     int outputSize(int chunk) const;
+    bool isImpossible(int chunk) const;
+    int blockSize(int chunk) const;
+    void clearBlock(unsigned char* out, int size) const;
     unsigned char* outputBlock(int size);
     int decompressChunk(DataBuffer* in, unsigned char* raw, int chunk);
     int packLines(unsigned char* lines, int bytes, int room) const;

@@ -69,6 +69,7 @@ int CDecompWicket::GetChunkQualityFactor(const void* chunk)
 
 void CDecompWicket::StartDecomp(int width, int height, int channels, int bitsPerPixel)
 {
+    SL_START();
     m_Width = width;
     m_Height = height;
     m_NumChannels = channels;
@@ -82,6 +83,7 @@ void CDecompWicket::StartDecomp(int width, int height, int channels, int bitsPer
         pad = beyond != 0 ? 48 - beyond : 0;
     }
     m_NumPadBytesPerLine = limitedToInt(pad);
+    SL_END();
 }
 
 // Copies count bytes from the input position on; those that the ring does not have are zero.
@@ -110,10 +112,11 @@ int CDecompWicket::chunkSize(const unsigned char* in, int inLen) const
     return size;
 }
 
-CDecompWicket::Header CDecompWicket::readHeader(const unsigned char* chunk, int size)
+// Of a chunk of which that many bytes are there.
+CDecompWicket::Header CDecompWicket::readHeader(const unsigned char* chunk, int size, int there)
 {
     unsigned char bytes[kHeaderSize] = {};
-    memcpy(bytes, chunk, static_cast<std::size_t>(std::min(size, kHeaderSize)));
+    memcpy(bytes, chunk, static_cast<std::size_t>(std::min(there, kHeaderSize)));
     Header header = {};
     header.size = size;
     header.quality = GetChunkQualityFactor(bytes);
@@ -180,14 +183,13 @@ void CDecompWicket::clearBehind(const Header& header, unsigned char* out, int ou
     }
 }
 
-int CDecompWicket::decodeChunk(const unsigned char* chunk, int size, int* bytesConverted,
-                               unsigned char* out, int outLen, int* bytesGen)
+int CDecompWicket::decodeChunk(const unsigned char* chunk, const Header& header,
+                               int* bytesConverted, unsigned char* out, int outLen, int* bytesGen)
 {
-    const Header header = readHeader(chunk, size);
-    if (size == 0 || header.width < 1) {
+    if (header.size == 0 || header.width < 1) {
         return DECOMP_LINE_COMPLETED;
     }
-    *bytesConverted = size;
+    *bytesConverted = header.size;
     *bytesGen = 0;
     if (out == nullptr || !fits(header, outLen)) {
         return DECOMP_ERROR;
@@ -206,11 +208,12 @@ int CDecompWicket::decodeChunk(const unsigned char* chunk, int size, int* bytesC
 int CDecompWicket::Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out,
                           int outLen, int* bytesGen)
 {
+    SL_START();
     if (in == nullptr || out == nullptr || bytesConverted == nullptr || bytesGen == nullptr) {
         SL_TRACE("Null pointer passed!");
     }
     if (in == nullptr || inLen < 0) {
-        return DECOMP_ERROR;
+        SL_RETURN(DECOMP_ERROR);
     }
     int ignored = 0;
     bytesConverted = bytesConverted != nullptr ? bytesConverted : &ignored;
@@ -220,32 +223,45 @@ int CDecompWicket::Decomp(unsigned char* in, int inLen, int* bytesConverted, uns
     }
     const int size = chunkSize(in, inLen);
     if (size < 0 || size > inLen) {
-        return DECOMP_ERROR;
+        SL_RETURN(DECOMP_ERROR);
     }
 
     std::unique_ptr<unsigned char[]> copy;
     const unsigned char* chunk = in + m_InputIndex;
-    if (inLen - m_InputIndex >= size) {
+    int there = inLen - m_InputIndex;
+    if (there >= size) {
         SL_TRACE("else pbBufferToSend");
     } else {
         SL_TRACE("inside if");
         copy.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]);
         if (!copy) {
-            return DECOMP_ERROR;
+            SL_RETURN(DECOMP_ERROR);
         }
         copyFromRing(in, inLen, copy.get(), size);
         chunk = copy.get();
+        there = size;
         SL_TRACE("after if");
     }
-    const int status = decodeChunk(chunk, size, bytesConverted, out, outLen, bytesGen);
+    const Header header = readHeader(chunk, size, there);
+    const int status = decodeChunk(chunk, header, bytesConverted, out, outLen, bytesGen);
     // Without overflow: the size is at most inLen, the position below it.
     m_InputIndex =
         size >= inLen - m_InputIndex ? size - (inLen - m_InputIndex) : m_InputIndex + size;
-    return status;
+    SL_RETURN(status);
 }
 
 void CDecompWicket::DumpCompressedData(const unsigned char* chunk, int index)
 {
+    SL_START();
+    writeDump(chunk, index);
+    SL_END();
+}
+
+void CDecompWicket::writeDump(const unsigned char* chunk, int index)
+{
+    if (chunk == nullptr) {
+        return;
+    }
     char name[64];
     snprintf(name, sizeof name, "%sdump%02d.dat", "/tmp/", index);
     const int descriptor =

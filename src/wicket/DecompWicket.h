@@ -28,7 +28,7 @@ public:
     void StartDecomp(int width, int height, int channels, int bitsPerPixel) override;
     void EndDecomp() override {}
     // in is a ring of inLen bytes from which successive calls take successive chunks. Bytes of
-    // a header that the chunk is too short for read as zero.
+    // a header that the ring is too short for read as zero.
     //
     // DECOMP_ERROR with nothing generated: the chunk does not fit into the ring or its lines
     // into out; a chunk whose lines do not fit is consumed all the same. A chunk of size 0, like
@@ -53,13 +53,14 @@ private:
 
     void copyFromRing(const unsigned char* in, int inLen, unsigned char* dst, int count) const;
     int chunkSize(const unsigned char* in, int inLen) const;
-    Header readHeader(const unsigned char* chunk, int size);
+    Header readHeader(const unsigned char* chunk, int size, int there);
     bool fits(const Header& header, int outLen) const;
     int paddedWidth(int width) const;
     int decodeBody(const unsigned char* chunk, const Header& header, unsigned char* out);
     void clearBehind(const Header& header, unsigned char* out, int outLen) const;
-    int decodeChunk(const unsigned char* chunk, int size, int* bytesConverted, unsigned char* out,
-                    int outLen, int* bytesGen);
+    int decodeChunk(const unsigned char* chunk, const Header& header, int* bytesConverted,
+                    unsigned char* out, int outLen, int* bytesGen);
+    static void writeDump(const unsigned char* chunk, int index);
 
     std::unique_ptr<Wicket> m_pWicket;
     int m_Height = 0;

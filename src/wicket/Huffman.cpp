@@ -138,7 +138,7 @@ int Huffman::DecodeACSymbol(int* run, int* value, int component)
 
 int Huffman::DecodeVLI(int size, int* value)
 {
-    if (size == 0) {
+    if (size <= 0) {
         *value = 0;
         return 0;
     }

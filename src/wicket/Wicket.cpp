@@ -38,6 +38,14 @@ std::size_t sizeOf(int length)
     return static_cast<std::size_t>(std::max(length, 0));
 }
 
+void clearPlane(unsigned char* out, int width, int height, std::size_t pixelSize)
+{
+    const std::size_t size = sizeOf(width) * sizeOf(height) * pixelSize;
+    if (out != nullptr && size > 0) {
+        memset(out, 0, size);
+    }
+}
+
 void putGreyBlock(const int* samples, unsigned char* out, std::size_t width)
 {
     for (std::size_t row = 0; row < kBlock; ++row) {
@@ -94,8 +102,7 @@ int Wicket::checkPlane(int width, int height, int unstuffedUnit) const
     if (iStatus != 0) {
         return iStatus;
     }
-    if ((m_ByteStuffing == 0 && width % unstuffedUnit != 0) ||
-        (m_ByteStuffing == 1 && width % kBlock != 0)) {
+    if (width % (m_ByteStuffing == 0 ? unstuffedUnit : kBlock) != 0) {
         return kBadWidth;
     }
     return height % kBlock != 0 ? kBadHeight : 0;
@@ -227,9 +234,7 @@ int Wicket::decodeColour(unsigned char* out, int width, int height)
 {
     std::fill(std::begin(aiPreviousDC), std::end(aiPreviousDC), 0);
     const std::size_t line = sizeOf(width) * 3;
-    if (line > 0 && height > 0) {
-        memset(out, 0, line * sizeOf(height));
-    }
+    clearPlane(out, width, height, 3);
     for (std::size_t y = 0; y < sizeOf(height); y += kBlock) {
         for (std::size_t x = 0; x < sizeOf(width); x += kBlock) {
             int blocks[3 * kSamples];
@@ -251,6 +256,7 @@ int Wicket::DecompressOnePlane(const unsigned char* data, int len, unsigned char
     m_iNumBytesGenerated = 0;
     const int status = checkPlane(width, height, 48);
     if (status != 0) {
+        clearPlane(out, width, height, 1);
         return status;
     }
     int bits = 0;
@@ -270,6 +276,7 @@ int Wicket::DecompressThreePlanes(const unsigned char* data, int len, unsigned c
     m_iNumBytesGenerated = 0;
     int status = checkPlane(width, height, 16);
     if (status != 0) {
+        clearPlane(out, width, height, 3);
         return status;
     }
     int bits = 0;

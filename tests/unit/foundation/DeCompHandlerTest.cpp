@@ -28,6 +28,7 @@ struct Script {
     int outLen = 0;
     Bytes outStart;  // of the block as it was given
     bool wasOutGiven = false;
+    int written = -1;  // bytes of the output; -1: somewhat more than bytesGen
     int created = 0;
     int destroyed = 0;
 };
@@ -56,7 +57,8 @@ public:
         if (out != nullptr) {
             script.outStart.assign(out, out + std::min(outLen, 10));
         }
-        for (int i = 0; out != nullptr && i < std::min(script.bytesGen + 100, outLen); ++i) {
+        const int written = script.written >= 0 ? script.written : script.bytesGen + 100;
+        for (int i = 0; out != nullptr && i < std::min(written, outLen); ++i) {
             out[i] = static_cast<unsigned char>(i + 1);
         }
         *bytesGen = script.bytesGen;
@@ -429,6 +431,46 @@ TEST_F(DeComp, NoEarlierBytesAreLogged)
     handler.Decompress(&in, &image);
     EXPECT_EQ(script.outStart, Bytes(10, 0));
     EXPECT_THAT(capture.plainMessages(), Contains(" 0  0  0  0  0  0  0  0  0  0"));
+}
+
+// Narrow chunks announce lines of the page's width.
+TEST_F(DeComp, TheBlockTakesABandOfThePage)
+{
+    store.setWindow(1000, 20);
+    script.pad = 6;
+    start();
+    append(in, chunk(4));
+    handler.Decompress(&in, &image);
+    EXPECT_EQ(script.outLen, (1000 + 6) * 32);
+}
+
+TEST_F(DeComp, AChunkOfNothingHasABlock)
+{
+    script.written = 0;
+    start();
+    append(in, Bytes(4));
+    const LogCapture capture;
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_THAT(capture.plainMessages(),
+                testing::AllOf(Contains("OutBufferSize = 0"), Not(Contains("malloc failed")),
+                               Contains(" 0  0  0  0  0  0  0  0  0  0")));
+}
+
+// Lines that are wider than what the decompressor makes of them.
+TEST_F(DeComp, OtherStridesShowNoEarlierLines)
+{
+    TestStore odd({{"COMPRESSION", 1},
+                   {"COMPRESSIONTECH", 2},
+                   {"COLORDEPTH", 1},
+                   {"PIXELS_PER_LINE", 10},
+                   {"BYTES_PER_LINE", 50}});
+    handler.Initialize(&odd);
+    script.bytesGen = 100;
+    append(in, chunk(20) + chunk(20));
+    handler.Decompress(&in, &image);
+    script.written = 10;
+    handler.Decompress(&in, &image);
+    EXPECT_EQ(processedBytes(in), counting(100, 1) + counting(10, 1) + Bytes(90, 0));
 }
 
 TEST_F(DeComp, OneBlockServesAPage)
