@@ -274,17 +274,41 @@ TEST_F(Net, FaultsOfBlocks)
     const std::string scan = "write=lock frame write=start frame page=/dev/null";
     const std::string begun = std::string(kLockReply) + kStartReply;
     const std::pair<const char*, const char*> cases[] = {
-        {"block 3: reset 100", "page reset of 3009\n"},
-        {"block 3: half-close", "page closed in the header after 0\n"},
-        {"block 3: vanish 5", "page timeout in the header after 5\n"},
-        {"block 3: timeout", "page timeout in the header after 0\n"},
-        {"block 3: lose 1", "page no frame but 42 4E 33 00 00 00 20 00 1B\n"},
-        {"end: silence", "page timeout in the header after 0\n"},
+        {"block 3: reset 100", "page of 6109 bytes reset of 3009\n"},
+        {"block 3: half-close", "page of 6018 bytes closed in the header after 0\n"},
+        {"block 3: vanish 5", "page of 6018 bytes timeout in the header after 5\n"},
+        {"block 3: timeout", "page of 6018 bytes timeout in the header after 0\n"},
+        {"block 3: lose 1", "page of 9027 bytes no frame but 42 4E 33 00 00 00 20 00 1B\n"},
+        {"end: silence", "page of 36108 bytes timeout in the header after 0\n"},
         {"end: half-close 18", "page record 1\nframes 3340 to 8192\n"},
-        {"marker: reset", "page reset in the header after 0\n"}};
+        {"marker: reset", "page of 0 bytes reset in the header after 0\n"}};
     for (const auto& [fault, expected] : cases) {
         EXPECT_EQ(disturbed(fault, scan), tickled(begun + expected)) << fault;
     }
+}
+
+TEST_F(Net, WhatWasSaidBeforeAFaultArrives)
+{
+    for (const char* ending : {"reset", "vanish", "half-close", "silence"}) {
+        const std::string text =
+            disturbed(std::string("block 500: ") + ending,
+                      "write=tall-lock frame write=tall-start frame wait=200 page=/dev/null");
+        EXPECT_NE(text.find("page of " + std::to_string(499 * 3009) + " bytes"), std::string::npos)
+            << text;
+    }
+}
+
+TEST_F(Net, AFaultOfOneFrameLeavesTheOthersOfItsBlock)
+{
+    const Outcome outcome = probe(
+        "--record " + folder.path("pages") +
+            " --net flatbed-326,frame-size=1000,block-size=3000 --fault 'block 2: length 1000'",
+        kConnect + std::string("write=lock frame write=start frame page=") + folder.path("pixels") +
+            " write=unlock frame");
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    EXPECT_TRUE(readAll(folder.path("pixels")) ==
+                samples(folder.path("pages/dev1-flatbed-326-001.pnm")))
+        << outcome.output;
 }
 
 TEST_F(Net, AHostThatIsCutOffCanComeAgain)
