@@ -404,13 +404,11 @@ TEST_F(Net, VariantsOfAnswers)
 TEST_F(Net, RightAnswersAmongOthers)
 {
     const std::string good = answer("10.83.0.11", "400000000080", "Flatbed 326", "12343260");
+    // So few that the searcher's socket holds them all.
     for (const char* kind : {"garbage", "foreign"}) {
         const std::string text =
-            output(std::string("--net flatbed-326,answer.") + kind + "=200", "search=300");
-        std::smatch match;
-        ASSERT_TRUE(std::regex_search(text, match, std::regex("answers (\\d+)\n")));
-        EXPECT_NE(text.find(good + match.str()), std::string::npos) << text;
-        EXPECT_GT(std::stoi(match[1]), 150) << kind;  // a busy machine may lose some
+            output(std::string("--net flatbed-326,answer.") + kind + "=40", "search=300");
+        EXPECT_NE(text.find(good + "answers 41\n"), std::string::npos) << text;
         EXPECT_EQ(text.find("PRINTERVIDPID=\"FEED00") != std::string::npos,
                   std::string(kind) == "foreign");
     }
