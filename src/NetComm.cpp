@@ -35,7 +35,7 @@ constexpr int kReplyAttempts = 5;
 constexpr long kNoLimit = -1;
 constexpr int kNameSize = 255;
 
-// How many blocks without payload in a row end the page.
+// The frame without payload that ends the page, counted from the last record on.
 constexpr int kEmptyBlocks = 2;
 std::atomic<int> tickleCounter{kEmptyBlocks};
 

@@ -39,8 +39,8 @@ public:
     // Reads one whole frame with its header. *len is not looked at: buf has room for the
     // largest frame, 80000 bytes. Longer ones are a failed read.
     int Read(unsigned char* buf, int* len) override;
-    // Adds what one frame holds. TRANSPORT_NO_CONNECTION, the number of the end of the page,
-    // also when reading fails (isReadBroken tells them apart).
+    // Takes one frame. A failure has the number of the end of the page, 1, too; isReadBroken
+    // tells them apart.
     int ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image) override;
     bool isReadBroken() const override { return bReadBroken; }
     // A name without an address is accepted, too; openDevice then fails.

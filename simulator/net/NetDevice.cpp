@@ -40,7 +40,6 @@ void NetDevice::plug()
     if (!isPlugged_) {
         isPlugged_ = true;
         setVisible_(address(), true);
-        responder_->setQuiet(false);
         journal_.trace("back on the network");
     }
 }
@@ -52,12 +51,10 @@ void NetDevice::unplug()
     }
     isPlugged_ = false;
     setVisible_(address(), false);
-    responder_->setQuiet(true);
     if (connection_) {
         connection_->forget();
         drop();
     }
-    scanner_.reset();
     journal_.trace("vanished from the network");
 }
 
@@ -117,9 +114,7 @@ void NetDevice::begin(HostConnection connection)
     connection_.emplace(std::move(connection));
     commands_.emplace(journal_);
     framer_.emplace(model_.network);
-    phase_ = Phase::Talking;
     isTickled_ = false;
-    scanner_.reset();
     if (const std::optional<Fault> fault = faults_.happen(FaultEvent::Connect)) {
         carryOut(fault->action);
     }
@@ -131,6 +126,7 @@ void NetDevice::drop()
     commands_.reset();
     framer_.reset();
     phase_ = Phase::Talking;
+    scanner_.reset();
 }
 
 void NetDevice::listenToHost(std::uint64_t now)
@@ -155,7 +151,6 @@ void NetDevice::listenToHost(std::uint64_t now)
         commands_->end();
         scanner_.hostLeft();
         drop();
-        scanner_.reset();
     }
 }
 
@@ -242,7 +237,6 @@ void NetDevice::finishEnding()
     case Ending::Reset:
         connection_->reset();
         drop();
-        scanner_.reset();
         break;
     case Ending::Vanish:
         unplug();

@@ -25,13 +25,6 @@ void Responder::addTo(std::vector<pollfd>& descriptors) const
     descriptors.push_back({socket_.get(), POLLIN, 0});
 }
 
-void Responder::setQuiet(bool isQuiet)
-{
-    isQuiet_ = isQuiet;
-    answers_.clear();
-    floodUntil_ = 0;
-}
-
 void Responder::handle(const std::vector<pollfd>& descriptors, std::uint64_t now)
 {
     if (isReady(descriptors, socket_.get())) {
@@ -59,7 +52,7 @@ void Responder::serve(std::uint64_t now)
         }
         const Bytes datagram(buffer, buffer + count);
         const Query query = recogniseQuery(datagram);
-        if (isQuiet_ || query == Query::None) {
+        if (query == Query::None) {
             continue;
         }
         if (query == Query::Wrong) {
@@ -97,7 +90,8 @@ void Responder::flood(std::uint64_t now)
     }
 }
 
-// From the scanner's own address, which is not that of the socket.
+// From the scanner's own address, which is not that of the socket. It fails while the scanner has
+// vanished, as it should.
 void Responder::send(const Answer& answer) const
 {
     sockaddr_in to = answer.to;

@@ -20,9 +20,6 @@ public:
     void handle(const std::vector<pollfd>& descriptors, std::uint64_t now);
     std::optional<std::uint64_t> nextWake(std::uint64_t now) const;
 
-    // Hears nothing, and forgets what it was about to say.
-    void setQuiet(bool isQuiet);
-
 private:
     struct Answer {
         Bytes bytes;
@@ -37,7 +34,6 @@ private:
     const Model& model_;
     Journal& journal_;
     Descriptor socket_;
-    bool isQuiet_ = false;
     std::multimap<std::uint64_t, Answer> answers_;  // by the time at which they are due
     std::uint64_t floodUntil_ = 0;
     sockaddr_in flooded_{};

@@ -132,8 +132,8 @@ class Network(simulation.ScanTestCase):
 
     def test_answers_of_all_kinds(self):
         others = ["answer.vid-pid=0xDEAD0001", "answer.leave-out=IPADDRESS", "answer.count=0",
-                  "answer.leave-out=MACUAA", "answer.pointers=yes", "answer.garbage=100",
-                  "answer.leave-out=PRINTERVIDPID", "answer.foreign=100",
+                  "answer.leave-out=MACUAA", "answer.pointers=yes", "answer.garbage=20",
+                  "answer.leave-out=PRINTERVIDPID", "answer.foreign=20",
                   "answer.quotes=no", "answer.count=2", "answer.delay-ms=5000",
                   "answer.delay-ms=12000", "answer.question=yes"]
         result = self.simulate([["--net", f"flatbed-326,{keys}"] for keys in others],

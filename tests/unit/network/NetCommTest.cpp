@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <thread>
 
 #include <netinet/in.h>
@@ -1114,6 +1115,44 @@ TEST_F(NetImageTest, OneByteFramesEndInAFailure)
     EXPECT_EQ(result, 1);
     EXPECT_LT(reads, 6);
     EXPECT_TRUE(comm->isReadBroken());
+}
+
+// Whatever comes: reading ends when the connection does.
+TEST_F(NetImageTest, RandomStreams)
+{
+    for (unsigned seed = 1; seed <= 20; seed++) {
+        std::mt19937 random(seed);
+        const auto number = [&random] { return static_cast<unsigned>(random()); };
+        const auto below = [&number](unsigned limit) { return static_cast<int>(number() % limit); };
+        Bytes stream;
+        for (int i = 0; i < 300; i++) {
+            const Bytes payloads[] = {imageBlock(ramp(below(900)), 326),
+                                      record(below(256)),
+                                      pageMarker(number(), number(), number(), number(), 0, 1),
+                                      ramp(below(40), below(256)),
+                                      {}};
+            Bytes one = frame(payloads[below(5)]);
+            if (below(10) == 0) {
+                one[static_cast<std::size_t>(below(static_cast<unsigned>(one.size())))] ^=
+                    static_cast<unsigned char>(1U << below(8));
+            }
+            stream = stream + one;
+        }
+        std::thread sender([this, &stream] {
+            sendAll(scanner.peer.get(), stream);
+            scanner.peer.reset();
+        });
+        int reads = 0;
+        for (; comm->iScanSock >= 0 && reads < 100000; reads++) {
+            readImage();
+            buffered.Reset();
+        }
+        sender.join();
+        EXPECT_LT(reads, 100000) << seed;
+        EXPECT_TRUE(comm->isReadBroken());
+        ASSERT_EQ(open(), 0);
+        start();
+    }
 }
 
 TEST_F(NetImageTest, ReadingWithoutAScan)

@@ -346,7 +346,8 @@ void receivePage(const std::string& path)
     for (;;) {
         const Frame frame = receiveFrame();
         if (!frame.end.empty()) {
-            std::printf("page%s\n", frame.end.c_str());
+            std::printf("page of %zu bytes%s\n", stream.size() + frame.payload.size(),
+                        frame.end.c_str());
             return;
         }
         if (isScanRecord(frame.payload)) {

@@ -1,9 +1,12 @@
 // What network scanners say and hear, byte by byte and without a network.
 
+#include <sys/socket.h>
+
 #include "CommandSplitter.h"
 #include "Discovery.h"
 #include "FrameFault.h"
 #include "Framer.h"
+#include "Sockets.h"
 #include "Support.h"
 #include "Text.h"
 
@@ -242,6 +245,26 @@ TEST(Discovery, GarbageIsOfEveryKind)
     }
     EXPECT_GT(responses, 50);
     EXPECT_NE(makeForeignAnswer(1), makeForeignAnswer(2));
+}
+
+// The backend's socket is bound to the same port, and answers to it are its own.
+TEST(Sockets, BroadcastsAreHeardWithoutTakingFromOthers)
+{
+    const int on = 1;
+    const Descriptor host(socket(AF_INET, SOCK_DGRAM, 0));
+    setsockopt(host.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    socklen_t size = sizeof address;
+    ASSERT_EQ(bind(host.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    getsockname(host.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    const Descriptor later = hearBroadcasts(ntohs(address.sin_port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(sendto(host.get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&address), sizeof address),
+              1);
+    char byte = 0;
+    EXPECT_EQ(recv(host.get(), &byte, 1, MSG_DONTWAIT), 1);
+    EXPECT_EQ(recv(later.get(), &byte, 1, MSG_DONTWAIT), -1);
 }
 
 // ---- what the scanner tells its carrier ---------------------------------------
