@@ -73,7 +73,7 @@ std::string reversedMac(const std::string& mac)
 {
     std::string out;
     for (std::size_t i = 0; i + 1 < mac.size(); i += 2) {
-        const unsigned long value = std::stoul(mac.substr(i, 2), nullptr, 16);
+        const auto value = static_cast<unsigned>(std::stoul(mac.substr(i, 2), nullptr, 16));
         unsigned reversed = 0;
         for (unsigned bit = 0; bit < 8; ++bit) {
             reversed |= (value >> bit & 1U) << (7 - bit);
