@@ -1,6 +1,7 @@
 // The list of scanners over all transports, and the choice of the transport.
 #include "Device.h"
 
+#include "DeviceList.h"
 #include "FakeUsb.h"
 #include "LogCapture.h"
 #include "SaneConfReader.h"
@@ -22,16 +23,7 @@ protected:
 
     std::vector<std::string> list(int which, int expected)
     {
-        char** names = nullptr;
-        int count = 0;
-        EXPECT_EQ(Device::getScanners(&names, &count, &conf, which), expected);
-        std::vector<std::string> all;
-        for (int i = 0; names != nullptr && i < count; i++) {
-            all.emplace_back(names[i]);
-            free(names[i]);
-        }
-        free(names);
-        return all;
+        return deviceList(&conf, which, expected);
     }
 
     FakeUsb usb;

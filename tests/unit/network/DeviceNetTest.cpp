@@ -1,5 +1,6 @@
 // Network scanners in the list and in the choice of the transport.
 #include "Device.h"
+#include "DeviceList.h"
 
 #include "DiscoveryReply.h"
 #include "Dns.h"
@@ -67,16 +68,7 @@ protected:
 
     std::vector<std::string> list(int which = 3, int expected = 0)
     {
-        char** names = nullptr;
-        int count = 0;
-        EXPECT_EQ(Device::getScanners(&names, &count, &conf, which), expected);
-        std::vector<std::string> all;
-        for (int i = 0; names != nullptr && i < count; i++) {
-            all.emplace_back(names[i]);
-            free(names[i]);
-        }
-        free(names);
-        return all;
+        return deviceList(&conf, which, expected);
     }
     // The name that the transport for a selected name was given.
     std::string selected(const std::string& name)

@@ -145,6 +145,19 @@ protected:
         return engine.Start();
     }
 
+    // Reads until a cancel from another thread ends it.
+    void cancelWithin(milliseconds limit)
+    {
+        std::thread canceller([this] {
+            std::this_thread::sleep_for(milliseconds(200));
+            engine.Interrupt();
+        });
+        Bytes page;
+        EXPECT_EQ(readPage(&page), 2);
+        canceller.join();
+        EXPECT_THAT(watch.elapsed(), Lt(limit));
+    }
+
     TestEngine engine;
     Stopwatch watch;
 };
@@ -209,14 +222,7 @@ TEST_F(EngineNetTest, CancelWhileTheScannerWorks)
 {
     WorkingScanner scanner([](WorkingScanner& self) { self.send(frame(imageBlock(ramp(30)))); });
     ASSERT_EQ(start(), 0);
-    std::thread canceller([this] {
-        std::this_thread::sleep_for(milliseconds(200));
-        engine.Interrupt();
-    });
-    Bytes page;
-    EXPECT_EQ(readPage(&page), 2);
-    canceller.join();
-    EXPECT_THAT(watch.elapsed(), Lt(milliseconds(1500)));
+    cancelWithin(milliseconds(1500));
     EXPECT_THAT(scanner.commands(), ElementsAre(5, 1, 0x0F, 6));
 }
 
@@ -229,14 +235,7 @@ TEST_F(EngineNetTest, CancelInTheMiddleOfAFrame)
         self.send(Bytes(block.begin() + 40, block.end()));
     });
     ASSERT_EQ(start(), 0);
-    std::thread canceller([this] {
-        std::this_thread::sleep_for(milliseconds(200));
-        engine.Interrupt();
-    });
-    Bytes page;
-    EXPECT_EQ(readPage(&page), 2);
-    canceller.join();
-    EXPECT_THAT(watch.elapsed(), Lt(milliseconds(2000))) << "the frame was read to its end";
+    cancelWithin(milliseconds(2000));  // the frame is read to its end
     EXPECT_THAT(scanner.commands(), ElementsAre(5, 1, 0x0F, 6));
 }
 
@@ -246,14 +245,7 @@ TEST_F(EngineNetTest, CancelWhileTheScannerIsSilent)
     scanner.isSilent = true;
     scanner.endsAtCancel = false;
     ASSERT_EQ(start(), 0);
-    std::thread canceller([this] {
-        std::this_thread::sleep_for(milliseconds(200));
-        engine.Interrupt();
-    });
-    Bytes page;
-    EXPECT_EQ(readPage(&page), 2);
-    canceller.join();
-    EXPECT_THAT(watch.elapsed(), Lt(milliseconds(6500)));
+    cancelWithin(milliseconds(6500));
     EXPECT_THAT(scanner.commands(), ElementsAre(5, 1, 0x0F, 6));
 }
 
