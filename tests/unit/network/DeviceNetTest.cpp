@@ -1,7 +1,6 @@
 // Network scanners in the list and in the choice of the transport.
 #include "Device.h"
 #include "DeviceList.h"
-
 #include "DiscoveryReply.h"
 #include "Dns.h"
 #include "FakeScanner.h"
