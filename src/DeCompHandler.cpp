@@ -108,7 +108,8 @@ bool DeCompHandler::isImpossible(int chunk) const
     return chunk < 0 || (chunk > 0 && outputSize(chunk) == 0);
 }
 
-// Also room for a band of the page's lines, which a chunk of other lines may announce.
+// Also room for a band of the page's lines: a chunk that is narrower than the page announces
+// more than its own block holds.
 int DeCompHandler::blockSize(int chunk) const
 {
     const std::int64_t step = std::int64_t{stride} + DeCompressor->GetNumPadBytesPerLine();
@@ -129,25 +130,29 @@ unsigned char* DeCompHandler::outputBlock(int size)
     return size > 0 ? outBlock.get() : nullptr;
 }
 
-// The log shows the first bytes even when the decompressor writes none; and lines of another
-// size than the decompressor's reach over bytes that it leaves alone.
-void DeCompHandler::clearBlock(unsigned char* out, int size) const
+// The log shows the first bytes even when the decompressor writes none, and lines may reach
+// over bytes that it leaves alone: behind its block, and where it makes lines of another size.
+void DeCompHandler::clearBlock(unsigned char* out, int outSize, int room) const
 {
     const bool isStrideOwn = stride == std::int64_t{width} * channels;
-    memset(out, 0, static_cast<size_t>(isStrideOwn ? kBytesLogged : size));
+    memset(out, 0, static_cast<size_t>(isStrideOwn ? kBytesLogged : room));
+    if (room > outSize) {
+        memset(out + outSize, 0, static_cast<size_t>(room - outSize));
+    }
 }
 
 int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk)
 {
     SL_TRACE("GetNumPadBytesPerLine = %d", DeCompressor->GetNumPadBytesPerLine());
     SL_TRACE("GetMaxLinesPerBand = %d", DeCompressor->GetMaxLinesPerBand());
-    SL_TRACE("OutBufferSize = %d", outputSize(chunk));
-    const int outSize = blockSize(chunk);
-    unsigned char* out = outputBlock(outSize);
+    const int outSize = outputSize(chunk);
+    SL_TRACE("OutBufferSize = %d", outSize);
+    const int room = blockSize(chunk);
+    unsigned char* out = outputBlock(room);
     if (out == nullptr) {
         SL_TRACE("malloc failed");
     } else {
-        clearBlock(out, outSize);
+        clearBlock(out, outSize, room);
     }
     SL_TRACE("After malloc");
 
@@ -162,12 +167,13 @@ int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk
         SL_TRACE("%2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", out[0], out[1], out[2], out[3], out[4],
                  out[5], out[6], out[7], out[8], out[9]);
     }
-    const int finished = out != nullptr ? packLines(out, std::max(generated, 0), outSize) : 0;
+    const int finished = out != nullptr ? packLines(out, std::max(generated, 0), room) : 0;
     if (!in->ReplaceRawData(std::clamp(converted, 0, chunk), out, finished)) {
         return 0;
     }
     linesMade += stride > 0 ? finished / stride : 0;
-    isChunkLost = isChunkLost || (status == CDecomp::DECOMP_ERROR && generated <= 0);
+    const bool isCut = stride > 0 && generated / stride > finished / stride;
+    isChunkLost = isChunkLost || isCut || (status == CDecomp::DECOMP_ERROR && generated <= 0);
     isRestHidden = isRestHidden || converted <= 0;
     return 1;
 }

@@ -47,7 +47,7 @@ private:
     int outputSize(int chunk) const;
     bool isImpossible(int chunk) const;
     int blockSize(int chunk) const;
-    void clearBlock(unsigned char* out, int size) const;
+    void clearBlock(unsigned char* out, int outSize, int room) const;
     unsigned char* outputBlock(int size);
     int decompressChunk(DataBuffer* in, unsigned char* raw, int chunk);
     int packLines(unsigned char* lines, int bytes, int room) const;
@@ -58,7 +58,7 @@ private:
     int outCapacity = 0;
     bool isRestHidden = false;
     bool isRestLost = false;   // there was more in it than padding
-    bool isChunkLost = false;  // one was consumed without its lines
+    bool isChunkLost = false;  // one was consumed without all of its lines
     std::int64_t linesMade = 0;
     int CompressionType = 0;
     int width = 0;

@@ -136,7 +136,7 @@ int CDecompWicket::paddedWidth(int width) const
     return static_cast<int>(roundedUp(width, m_ByteStuffing == 1 ? 8 : unstuffedUnit));
 }
 
-// Whether the padded plane and the lines announced are sizes that out can hold.
+// Whether out holds the padded plane, and an int the size of the lines announced.
 bool CDecompWicket::fits(const Header& header, int outLen) const
 {
     constexpr int kLargest = std::numeric_limits<int>::max() - 48;
@@ -150,7 +150,8 @@ bool CDecompWicket::fits(const Header& header, int outLen) const
     const std::int64_t lines = roundedUp(header.height, 8);
     const std::int64_t samples = paddedWidth(header.width) * (m_NumChannels == 1 ? 1LL : 3LL);
     const std::int64_t announced = std::int64_t{m_Width} * m_NumChannels;
-    return samples <= outLen / lines && announced <= outLen / header.height;
+    return samples <= outLen / lines &&
+           announced <= std::numeric_limits<int>::max() / header.height;
 }
 
 int CDecompWicket::decodeBody(const unsigned char* chunk, const Header& header, unsigned char* out)

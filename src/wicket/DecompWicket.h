@@ -30,11 +30,11 @@ public:
     // in is a ring of inLen bytes from which successive calls take successive chunks. Bytes of
     // a header that the ring is too short for read as zero.
     //
-    // DECOMP_ERROR with nothing generated: the chunk does not fit into the ring or its lines
-    // into out; a chunk whose lines do not fit is consumed all the same. A chunk of size 0, like
+    // DECOMP_ERROR with nothing generated: the chunk does not fit into the ring or its blocks
+    // into out; a chunk whose blocks do not fit is consumed all the same. A chunk of size 0, like
     // an empty ring, or of width 0 does nothing, *bytesConverted and *bytesGen included. Otherwise
-    // all bytes of out that belong to the lines are written; what could not be decoded is described
-    // at Wicket.
+    // all bytes of out that belong to the lines announced are written, which may be more lines
+    // than out holds; what could not be decoded is described at Wicket.
     int Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out, int outLen,
                int* bytesGen) override;
     void SetQualityFactor(int quality) override { m_iQualityFactor = quality; }

@@ -433,15 +433,23 @@ TEST_F(DeComp, NoEarlierBytesAreLogged)
     EXPECT_THAT(capture.plainMessages(), Contains(" 0  0  0  0  0  0  0  0  0  0"));
 }
 
-// Narrow chunks announce lines of the page's width.
-TEST_F(DeComp, TheBlockTakesABandOfThePage)
+// A chunk that is narrower than the page announces lines that its own block does not hold.
+TEST_F(DeComp, LinesBehindTheBlockOfASmallChunkAreZero)
 {
-    store.setWindow(1000, 20);
+    store.setWindow(1000, 100);
     script.pad = 6;
     start();
-    append(in, chunk(4));
+    script.bytesGen = 32000;
+    append(in, chunk(400) + chunk(4));
     handler.Decompress(&in, &image);
-    EXPECT_EQ(script.outLen, (1000 + 6) * 32);
+    EXPECT_EQ(handler.Decompress(&in, &image), 1);
+    EXPECT_EQ(script.outLen, (4 + 6) * 32 * 5);
+    const Bytes made = processedBytes(in);
+    ASSERT_EQ(sizeOf(made), 64000);
+    const Bytes second = slice(made, 32000, 64000);
+    EXPECT_EQ(slice(second, 0, 1000), counting(1000, 1));
+    EXPECT_EQ(slice(second, 1000, 1594), counting(594, 1 + 1006));
+    EXPECT_EQ(slice(second, 1594, 32000), Bytes(32000 - 1594, 0));
 }
 
 TEST_F(DeComp, AChunkOfNothingHasABlock)
@@ -514,9 +522,9 @@ TEST_F(DeComp, WithoutMemoryTheDecoderGetsNoBlock)
     script.bytesGen = 10;
     script.calls.reserve(100);
     append(in, chunk(20) + chunk(30) + chunk(20));
-    handler.Decompress(&in, &image);
     script.chunk.reserve(100);
     const LogCapture capture;
+    handler.Decompress(&in, &image);
     {
         const Allocations none(0);
         EXPECT_EQ(handler.Decompress(&in, &image), 1);
@@ -735,6 +743,20 @@ TEST_F(DeComp, LinesOfAllChunksCount)
         append(in, chunk(20));
         handler.Decompress(&in, &image);
         EXPECT_EQ(handler.Finish(&in), lines == 20) << lines;
+    }
+}
+
+TEST_F(DeComp, LinesThatTheBlockCutsOffAreLost)
+{
+    for (const int announced : {320, 321}) {
+        store.setWindow(10, 500);
+        start();
+        in.Reset();
+        script.bytesGen = announced * 10;
+        append(in, chunk(20));
+        handler.Decompress(&in, &image);
+        EXPECT_EQ(in.GetProcessedDataSize(), 3200);
+        EXPECT_EQ(handler.Finish(&in), announced == 320);
     }
 }
 
