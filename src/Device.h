@@ -16,7 +16,7 @@ public:
     virtual ~Device();
 
     // which: 1 network, 2 USB, 3 both. conf is the SaneConfReader. 0, or 1 when there is
-    // no scanner (nothing is written then). *list: malloc'd array of malloc'd names, both
+    // no scanner (*list is not written then). *list: malloc'd array of malloc'd names, both
     // freed by the caller.
     static int getScanners(char*** list, int* count, void* conf, int which);
     static int getScanners(char*** list, int* count, void* conf);

@@ -94,6 +94,7 @@ void Discovery::receiveAnswer(SaneConfReader* conf, std::vector<NValueObjects>* 
     }
     SL_TRACE("parsing udp packets");
     const bool isConfigured =
+        conf != nullptr &&
         conf->isFound(static_cast<int>(scanner.getVid()), static_cast<int>(scanner.getPid())) != 0;
     if (isConfigured && scanner.isComplete() && found->size() < kMostScanners) {
         found->push_back(scanner);

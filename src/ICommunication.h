@@ -66,8 +66,8 @@ public:
     // The command object is not owned and must outlive its use here.
     virtual int setCommand(ICommand* cmd) = 0;
 
-    // True when the last ReadImage could not read on. Its result may then be the number of
-    // the end of data, although the device has not ended the page.
+    // Asked about a ReadImage that gave RECORD_END_OF_DATA: true when it only could not read
+    // on, and the device has not ended the page.
     virtual bool isReadBroken() const { return false; }
     // The token (not owned) that ends long waits; null: none does.
     virtual void watchCancel(const CancelToken* /*token*/) {}

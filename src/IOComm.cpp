@@ -65,7 +65,8 @@ void forEachScanner(usb_bus* first, SaneConfReader* conf, Visitor visit)
     for (usb_bus* bus = first; bus != nullptr; bus = bus->next) {
         for (struct usb_device* device = bus->devices; device != nullptr; device = device->next) {
             const usb_device_descriptor& ids = device->descriptor;
-            if (device->config == nullptr || !conf->isFound(ids.idVendor, ids.idProduct)) {
+            if (device->config == nullptr || conf == nullptr ||
+                !conf->isFound(ids.idVendor, ids.idProduct)) {
                 continue;
             }
             for (int i = 0; i < interfaceCount(device->config[0]); ++i) {

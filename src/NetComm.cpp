@@ -54,10 +54,14 @@ char* newDeviceName(const NValueObjects& scanner)
     return name;
 }
 
+// The first word of the text.
 template <std::size_t size>
 void copyField(char (&field)[size], const char* text)
 {
-    snprintf(field, size, "%s", text != nullptr ? text : "");
+    constexpr const char* kBlanks = " \t\n\v\f\r";
+    const char* word = text != nullptr ? text + strspn(text, kBlanks) : "";
+    const int length = static_cast<int>(std::min(strcspn(word, kBlanks), size - 1));
+    snprintf(field, size, "%.*s", length, word);
 }
 
 int hexNumber(const char* text)
@@ -465,7 +469,7 @@ int NetComm::Write(unsigned char* buf, int len)
     if (sent == SOCKET_LOST) {
         forgetSocket();
     }
-    SL_RETURN(sent >= len ? TRANSPORT_OK : TRANSPORT_WRITE_FAILED);
+    SL_RETURN(sent >= 0 && sent >= len ? TRANSPORT_OK : TRANSPORT_WRITE_FAILED);
 }
 
 // A frame without payload brings what is held back of an earlier reply, if anything.

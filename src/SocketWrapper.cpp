@@ -240,7 +240,9 @@ int SocketWrapper::receive(int fd, unsigned char* buf, unsigned long* len, bool 
     traceLimit(log, seconds, microseconds);
     limitReceiving(fd, seconds, microseconds);
 
-    Patience patience(seconds, microseconds, cancel);
+    // The limit of a socket means none when it is zero.
+    const bool isZero = seconds == 0 && microseconds == 0;
+    Patience patience(isZero ? -1 : seconds, microseconds, cancel);
     const ssize_t received = receiveBytes(fd, buf, wanted, waitAll, patience);
     const int error = errno;
     SL_TRACE_TO(log, "after recv:. %d", static_cast<int>(received));
@@ -259,6 +261,7 @@ int SocketWrapper::receive(int fd, unsigned char* buf, unsigned long* len, bool 
 int SocketWrapper::close(int fd)
 {
     const CLogger log;
+    SL_START_TO(log);
     SL_TRACE_TO(log, "closing socket: %d", fd);
-    return ::close(fd);
+    SL_RETURN_TO(log, ::close(fd));
 }

@@ -22,6 +22,7 @@ public:
 
     // *len: bytes wanted, then bytes received, which is also the result. With waitAll, all
     // of them or what came before the time limit, the cancel or the end of the connection.
+    // A time limit of zero is none.
     static int receive(int fd, unsigned char* buf, unsigned long* len, bool waitAll, long seconds,
                        long microseconds, int* errOut, const CancelToken* cancel = nullptr);
 

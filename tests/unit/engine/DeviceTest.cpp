@@ -46,6 +46,11 @@ TEST_F(DeviceTest, Lists)
     }
 }
 
+TEST_F(DeviceTest, NothingIsConfigured)
+{
+    EXPECT_THAT(deviceList(nullptr, 2, 1), testing::IsEmpty());
+}
+
 TEST_F(DeviceTest, ShortFormListsEverything)
 {
     char** names = nullptr;

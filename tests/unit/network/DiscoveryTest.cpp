@@ -123,6 +123,17 @@ TEST_F(DiscoveryTest, NobodyAnswers)
     EXPECT_THAT(watch.elapsed(), AllOf(Ge(milliseconds(400)), Lt(milliseconds(2000))));
 }
 
+TEST_F(DiscoveryTest, NothingIsConfigured)
+{
+    const Responder responder({answerWith(scannerStrings())});
+    Searcher searcher;
+    char** names = nullptr;
+    int count = 7;
+    EXPECT_EQ(searcher.getScanners(&names, &count, nullptr), 0);
+    EXPECT_EQ(count, 7);
+    EXPECT_THAT(log.plainMessages(), Contains("parsing udp packets"));
+}
+
 TEST_F(DiscoveryTest, ListsManyScanners)
 {
     for (const int count : {25, 40}) {

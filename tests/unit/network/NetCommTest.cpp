@@ -125,6 +125,16 @@ TEST_F(NetCommTest, SetDevice)
     EXPECT_TRUE(logged("MAC address: 100070482C6A; IP address: 10.0.0.7; vid: 4321; pid: ABCD"));
 }
 
+TEST_F(NetCommTest, FieldsAreWords)
+{
+    Comm fresh;
+    EXPECT_EQ(fresh.setDevice("Oxle/Two/libnet: 10 20: 10.0.0.7 x: 4321 9: abcd"), 0);
+    EXPECT_STREQ(fresh.cMac, "10");
+    EXPECT_STREQ(fresh.cIp, "10.0.0.7");
+    EXPECT_EQ(fresh.getVid(), 0x4321);
+    EXPECT_EQ(fresh.getPid(), 0xABCD);
+}
+
 TEST_F(NetCommTest, NoName)
 {
     EXPECT_EQ(comm->setDevice(nullptr), 2);
@@ -227,7 +237,7 @@ TEST_F(NetCommTest, OpenWithoutAddress)
 
 TEST_F(NetCommTest, OpenWithBadAddress)
 {
-    for (const std::string ip : {"1.2.3", "scanner.local", "::1", "1.2.3.256", "127.0.0.1 "}) {
+    for (const std::string ip : {"1.2.3", "scanner.local", "::1", "1.2.3.256", "127.0.0.1x"}) {
         comm->setDevice(("a/b/libnet:0-" + ip + ":1:2").c_str());
         comm->setDevice(("a/b/libnet:0:" + (ip == "::1" ? "--1" : ip) + ":1:2").c_str());
         EXPECT_EQ(comm->openDevice(), 3);
@@ -487,6 +497,7 @@ TEST_F(OpenNetCommTest, WriteFails)
 {
     unsigned char byte = 1;
     EXPECT_EQ(comm->Write(&byte, 0), 14);
+    EXPECT_EQ(comm->Write(&byte, -1), 14);
     const SendResult failed(-1);
     EXPECT_EQ(comm->Write(&byte, 1), 14);
     EXPECT_TRUE(logged("after SocketWrapper::send(). ret: -2"));

@@ -348,7 +348,18 @@ TEST_F(SocketWrapperTest, FailuresNeedNoErrorVariable)
 {
     unsigned char byte = 0;
     unsigned long one = 1;
-    EXPECT_EQ(SocketWrapper::receive(fd(), &byte, &one, true, 0, 0, nullptr), -2);
+    EXPECT_EQ(SocketWrapper::receive(fd(), &byte, &one, true, 0, 1000, nullptr), -2);
+}
+
+TEST_F(SocketWrapperTest, ALimitOfZeroIsNone)
+{
+    std::thread sender([this] {
+        std::this_thread::sleep_for(milliseconds(150));
+        sendAll(connection.peer.get(), {1, 2});
+    });
+    EXPECT_EQ(receive(2, true, 0, 0), 2);
+    sender.join();
+    EXPECT_TRUE(log.contains("polling timeout: 0 seconds  0 microseconds"));
 }
 
 TEST_F(SocketWrapperTest, CancelEndsTheWaitForBytes)
@@ -442,6 +453,9 @@ TEST_F(SocketWrapperTest, Closes)
     EXPECT_FALSE(isOpen(number));
     EXPECT_EQ(SocketWrapper::close(number), -1);
     EXPECT_EQ(log.count(text("closing socket: %d", number)), 2);
+    EXPECT_EQ(log.count("METHOD START"), 2);
+    EXPECT_EQ(log.count("METHOD END ::::::::::::::: 0"), 1);
+    EXPECT_EQ(log.count("METHOD END ::::::::::::::: -1"), 1);
 }
 
 }  // namespace
