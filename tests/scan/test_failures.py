@@ -46,6 +46,12 @@ FAULTS = [
 
 
 class Failures(simulation.ScanTestCase):
+    def logging(self):
+        """For env: the log goes to log.txt."""
+        libraries = filter(None, [simulation.PRELOAD, str(PRELOADS / "syslog_to_file.so")])
+        return ["ENABLE_SL_LOG=1", f"SYSLOG_FILE={self.folder}/log.txt",
+                "LD_PRELOAD=" + ":".join(libraries)]
+
     def attempt(self, device, *arguments, preload=(), log=False):
         libraries = [simulation.PRELOAD] if simulation.PRELOAD else []
         environment = ["LD_PRELOAD=" + ":".join(map(str, libraries + list(preload)))]
@@ -79,15 +85,23 @@ class Failures(simulation.ScanTestCase):
     def test_busy_device(self):
         for model in ["flatbed-326", "adf-402"]:
             with self.subTest(model=model):
-                environment = ["ENABLE_SL_LOG=1", f"SYSLOG_FILE={self.folder}/log.txt",
-                               "LD_PRELOAD=" + ":".join(filter(None, [
-                                   simulation.PRELOAD, str(PRELOADS / "syslog_to_file.so")]))]
                 result = self.simulate(
-                    [model], ["env", *environment, simulation.PYTHON,
+                    [model], ["env", *self.logging(), simulation.PYTHON,
                               str(simulation.INSIDE / "busy.py")], options=["--tolerate"])
                 self.assertEqual(result.status, 0, result.stdout + result.stderr)
                 log = (self.folder / "log.txt").read_text(errors="replace")
                 self.assertIn("[ERROR] usb device 001:002 is in use", log)
+
+    def test_usb_is_listed_when_the_network_cannot_be_searched(self):
+        holder = [simulation.PYTHON, str(simulation.INSIDE / "port_taken.py")]
+        for before, line in [([], "[ERROR] sendto return an error"),
+                             (holder, "[ERROR] broadcast errorr")]:
+            with self.subTest(line=line):
+                result = self.simulate(
+                    ["flatbed-326"], [*before, "env", *self.logging(), "scanimage", "-L"])
+                self.assertIn("libusb/001/002' is a Quillon Flatbed 326", result.stdout)
+                log = (self.folder / "log.txt").read_text(errors="replace")
+                self.assertIn(line, log)
 
     def test_node_that_may_only_be_read(self):
         result = self.simulate(["flatbed-326,read-only=yes"],
@@ -104,9 +118,6 @@ class Failures(simulation.ScanTestCase):
         self.assertEqual(result.status, 0, result.stdout + result.stderr)
 
     def test_log_names_the_file(self):
-        environment = ["ENABLE_SL_LOG=1", f"SYSLOG_FILE={self.folder}/log.txt",
-                       "LD_PRELOAD=" + ":".join(filter(None, [
-                           simulation.PRELOAD, str(PRELOADS / "syslog_to_file.so")]))]
         for script, expected in [
                 ("rm /etc/sane.d/Quillon*.conf",
                  ["Error opening configuration file.",
@@ -114,7 +125,7 @@ class Failures(simulation.ScanTestCase):
                 ("sed -i 's#[^ ]*flatbed-326.ini#/nowhere/none.ini#' /etc/sane.d/Quillon*.conf",
                  ["[ERROR] The file /nowhere/none.ini does not exist. 2; No such file"])]:
             self.simulate(["flatbed-326"],
-                          ["sh", "-c", f"{script}; env {' '.join(environment)} scanimage "
+                          ["sh", "-c", f"{script}; env {' '.join(self.logging())} scanimage "
                            "-d QuillonLegacy_1_0_0:libusb/001/002 -n"])
             log = (self.folder / "log.txt").read_text(errors="replace")
             for line in expected:
