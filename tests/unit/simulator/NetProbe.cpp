@@ -1,6 +1,8 @@
 // Talks to simulated scanners on the network as the backend does, and prints what comes. Run as
 // "net_probe STEP..."; the steps are below.
 
+#include "ProbeSteps.h"
+
 #include <arpa/inet.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
@@ -376,17 +378,6 @@ void printSegments()
     std::printf("segments %u\n", info.tcpi_data_segs_in);
 }
 
-void control(const std::string& line)
-{
-    const char* program = std::getenv("SCANNER_SIM");
-    const std::string text =
-        std::string(program != nullptr ? program : "scanner-sim") + " --control '" + line + "'";
-    std::fflush(stdout);
-    if (std::system(text.c_str()) != 0) {
-        std::printf("control failed\n");
-    }
-}
-
 void step(const std::string& name, const std::string& argument)
 {
     if (name == "search") {
@@ -422,10 +413,11 @@ void step(const std::string& name, const std::string& argument)
     } else if (name == "wait") {
         usleep(static_cast<unsigned>(std::atoi(argument.c_str())) * 1000);
     } else if (name == "control") {
-        control(argument);
+        if (probe::control(argument) != 0) {
+            std::printf("control failed\n");
+        }
     } else {
-        std::printf("unknown step %s\n", name.c_str());
-        std::exit(2);
+        probe::unknown(name);
     }
 }
 
@@ -433,11 +425,5 @@ void step(const std::string& name, const std::string& argument)
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; ++i) {
-        const std::string text = argv[i];
-        const std::size_t equals = text.find('=');
-        step(text.substr(0, equals),
-             equals == std::string::npos ? std::string() : text.substr(equals + 1));
-    }
-    return 0;
+    return probe::run(argc, argv, step);
 }

@@ -1,6 +1,8 @@
 // Talks to a simulated scanner as the backend does, through the genuine libusb 0.1, and prints
 // what every call gives. Run as "usb_probe STEP..."; the steps are below.
 
+#include "ProbeSteps.h"
+
 #include <sys/time.h>
 
 #include <cerrno>
@@ -132,16 +134,6 @@ void readPage(int size)
                  static_cast<double>(total) / 1e6 / seconds);
 }
 
-// Hands a line to the simulation while this program keeps its device open.
-void control(const std::string& line)
-{
-    const char* command = std::getenv("SCANNER_SIM");
-    const std::string text =
-        std::string(command != nullptr ? command : "scanner-sim") + " --control '" + line + "'";
-    std::fflush(stdout);
-    print("control", std::system(text.c_str()));
-}
-
 void step(const std::string& name, const std::string& argument)
 {
     if (name == "find") {
@@ -172,10 +164,9 @@ void step(const std::string& name, const std::string& argument)
     } else if (name == "timeout") {
         timeoutMs = std::atoi(argument.c_str());
     } else if (name == "control") {
-        control(argument);
+        print("control", probe::control(argument));
     } else {
-        std::printf("unknown step %s\n", name.c_str());
-        std::exit(2);
+        probe::unknown(name);
     }
 }
 
@@ -183,11 +174,5 @@ void step(const std::string& name, const std::string& argument)
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; ++i) {
-        const std::string text = argv[i];
-        const std::size_t equals = text.find('=');
-        step(text.substr(0, equals),
-             equals == std::string::npos ? std::string() : text.substr(equals + 1));
-    }
-    return 0;
+    return probe::run(argc, argv, step);
 }
