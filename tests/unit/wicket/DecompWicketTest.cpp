@@ -1,3 +1,4 @@
+#include "Allocations.h"
 #include "LogCapture.h"
 #include "Samples.h"
 #include "foundation/TestSupport.h"
@@ -316,6 +317,29 @@ TEST_F(Chunks, ARingIsFollowedAround)
             position = (position + sizeOf(chunk)) % len;
         }
     }
+}
+
+TEST_F(Chunks, AChunkAcrossTheEndWithoutMemory)
+{
+    start(24, 1);
+    Bytes ring = samples::chunkOf(samples::page(Pattern::photo, 24, 8, 1), 60);
+    const Bytes chunk = ring;
+    ring = ring + Bytes(20, 0);
+    decode(ring, 192);
+    std::copy(chunk.begin() + 20, chunk.end(), ring.begin());
+    std::copy(chunk.begin(), chunk.begin() + 20, ring.end() - 20);
+    Bytes lines(192, 0xEE);
+    for (const bool isShort : {true, false}) {
+        int status = 0;
+        {
+            const Allocations granted(isShort ? 0 : 1);
+            status = decoder.Decomp(ring.data(), sizeOf(ring), &converted, lines.data(), 192,
+                                    &generated);
+        }
+        EXPECT_EQ(status, isShort ? CDecomp::DECOMP_ERROR : CDecomp::DECOMP_LINE_COMPLETED);
+        EXPECT_EQ(lines == Bytes(192, 0xEE), isShort);
+    }
+    EXPECT_EQ(lines, out);
 }
 
 TEST_F(Chunks, ADumpHoldsTheChunk)
