@@ -6,11 +6,13 @@ only compiles what has changed.
 """
 
 import argparse
+import contextlib
 import os
 import re
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -20,6 +22,7 @@ LISTS = Path(__file__).resolve().parent
 TREE = ROOT / "build" / "mutate" / "tree"
 BUILD = ROOT / "build" / "mutate" / "build"
 UNIT = BUILD / "tests" / "unit"
+SHARDS = {"network_tests": 8}  # it waits more than it works
 PROGRAMS = {"backend_tests": "libsane-sandboxed.test"}  # where the file has another name
 SCAN_TARGETS = ["sane_quillon", "sane_oxle", "scanner-sim", "scansim_correction", "wicket_decode",
                 "preload_syslog_to_file", "preload_fast_clock"]
@@ -115,19 +118,40 @@ def copy_tree():
             path.unlink()
 
 
-def run(command, limit, **options):
-    """Runs a command in a process group of its own, which is gone afterwards."""
-    start = time.monotonic()
-    process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                               stderr=subprocess.STDOUT, start_new_session=True, **options)
+def end_group(process):
     try:
-        output, _ = process.communicate(timeout=limit)
-        returncode = process.returncode
-    except subprocess.TimeoutExpired:
         os.killpg(process.pid, signal.SIGKILL)
-        output, _ = process.communicate()
-        returncode = None
-    return Outcome(returncode, output.decode(errors="replace"), time.monotonic() - start)
+    except ProcessLookupError:
+        pass
+    process.wait()
+
+
+def run(command, limit, shards=1, environment=None, cwd=None):
+    """Runs a command, or so many of it side by side that GoogleTest shares the tests out to, each
+    in a process group of its own. The first failure ends all."""
+    start = time.monotonic()
+    with contextlib.ExitStack() as files:
+        outputs = [files.enter_context(tempfile.TemporaryFile()) for _ in range(shards)]
+        processes = []
+        for index, output in enumerate(outputs):
+            sharing = {"GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(index)}
+            processes.append(subprocess.Popen(
+                command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+                start_new_session=True, cwd=cwd,
+                env={**os.environ, **(environment or {}), **(sharing if shards > 1 else {})}))
+        is_late = False
+        while not is_late and any(process.poll() is None for process in processes) and \
+                not any(process.poll() for process in processes):
+            time.sleep(0.02)
+            is_late = limit is not None and time.monotonic() - start > limit
+        codes = [process.poll() for process in processes]
+        chosen = next((i for i, code in enumerate(codes) if code),
+                      codes.index(None) if None in codes else 0)
+        for process in processes:
+            end_group(process)
+        outputs[chosen].seek(0)
+        return Outcome(codes[chosen], outputs[chosen].read().decode(errors="replace"),
+                       time.monotonic() - start)
 
 
 class Tests:
@@ -152,17 +176,18 @@ class Tests:
         command = [UNIT / PROGRAMS.get(name, name), "--gtest_fail_fast"]
         if only:
             command.append(f"--gtest_filter={only}")
-        outcome = run(command, self.limits.get(name, FIRST_LIMIT), cwd=UNIT)
+        outcome = run(command, self.limits.get(name, FIRST_LIMIT),
+                      1 if only else SHARDS.get(name, 1), cwd=UNIT)
         self.limits.setdefault(name, 3 * outcome.seconds + 30)
         return outcome
 
     def run_scans(self, suite):
-        environment = dict(os.environ, SCANNER_SIM=str(BUILD / "simulator" / "scanner-sim"),
-                           WICKET_DECODE=str(BUILD / "tests" / "scan" / "wicket_decode"),
-                           SCAN_PRELOAD_DIR=str(BUILD / "tests" / "scan"))
+        environment = {"SCANNER_SIM": str(BUILD / "simulator" / "scanner-sim"),
+                       "WICKET_DECODE": str(BUILD / "tests" / "scan" / "wicket_decode"),
+                       "SCAN_PRELOAD_DIR": str(BUILD / "tests" / "scan")}
         outcome = run([PYTHON, TREE / "tests" / "scan" / f"test_{suite}.py", "-f"],
                       self.limits.get(suite, FIRST_LIMIT), cwd=TREE / "tests" / "scan",
-                      env=environment)
+                      environment=environment)
         self.limits.setdefault(suite, 3 * outcome.seconds + 60)
         return outcome
 
