@@ -45,9 +45,9 @@ class Mutation:
     old: list = field(default_factory=list)
     new: list = field(default_factory=list)
 
-    def mutated(self):
-        """The text of the file with the mutation in it."""
-        path = ROOT / self.file
+    def mutated(self, root):
+        """The text of the file below that folder with the mutation in it."""
+        path = root / self.file
         if not self.file or not path.is_file():
             raise ListError(f"{self.name}: no file {self.file!r}")
         text, old = path.read_text(), "\n".join(self.old)
@@ -90,7 +90,7 @@ def read_lists():
                 if names.count(name) > 1]
     for mutation in mutations:
         try:
-            mutation.mutated()
+            mutation.mutated(ROOT)
         except ListError as error:
             problems.append(str(error))
     if problems:
@@ -130,8 +130,8 @@ def run(command, limit, shards=1, environment=None, cwd=None):
     """Runs a command, or so many of it side by side that GoogleTest shares the tests out to, each
     in a process group of its own. The first failure ends all."""
     start = time.monotonic()
-    with contextlib.ExitStack() as files:
-        outputs = [files.enter_context(tempfile.TemporaryFile()) for _ in range(shards)]
+    with contextlib.ExitStack() as stack:
+        outputs = [stack.enter_context(tempfile.TemporaryFile()) for _ in range(shards)]
         processes = []
         for index, output in enumerate(outputs):
             sharing = {"GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(index)}
@@ -139,6 +139,7 @@ def run(command, limit, shards=1, environment=None, cwd=None):
                 command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
                 start_new_session=True, cwd=cwd,
                 env={**os.environ, **(environment or {}), **(sharing if shards > 1 else {})}))
+        stack.callback(lambda: [end_group(process) for process in processes])
         is_late = False
         while not is_late and any(process.poll() is None for process in processes) and \
                 not any(process.poll() for process in processes):
@@ -250,10 +251,13 @@ def try_all(tests, mutations, with_scans):
     start = time.monotonic()
     for number, mutation in enumerate(mutations, 1):
         path = TREE / mutation.file
-        path.write_text(mutation.mutated())
+        unbroken = path.read_text()
+        path.write_text(mutation.mutated(TREE))
         begun = time.monotonic()
-        results[mutation.name] = tests.catcher(mutation, with_scans)
-        write_if_changed(path, (ROOT / mutation.file).read_bytes())
+        try:
+            results[mutation.name] = tests.catcher(mutation, with_scans)
+        finally:
+            path.write_text(unbroken)
         left = (time.monotonic() - start) / number * (len(mutations) - number)
         print(f"{number}/{len(mutations)} {mutation.name}: "
               f"{results[mutation.name] or 'SURVIVED'} ({time.monotonic() - begun:.0f} s, "

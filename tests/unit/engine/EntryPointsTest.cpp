@@ -511,6 +511,27 @@ TEST_P(InterruptTest, WhileTheLockIsRefused)
     }
 }
 
+// A device that may scan is told to stop, one that has refused is not.
+TEST_P(InterruptTest, WhileTheStartIsRefused)
+{
+    const Bytes refused = {0x1B, 0x53, 0x01, 0, 0, 0, 130, 0};
+    engine->transport->replies[4] = refused;
+    for (const bool isAnswered : {true, false}) {
+        if (!isAnswered) {
+            engine->transport->writeResults[4] = 15;
+        }
+        engine->transport->onCommand = [&](int id) {
+            if (id == 4) {
+                interrupt();
+            }
+        };
+        EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_CANCELLED);
+        EXPECT_EQ(std::count(calls->begin(), calls->end(), "command 0"), isAnswered ? 0 : 1);
+        EXPECT_EQ(calls->back(), "close");
+        calls->clear();
+    }
+}
+
 TEST_P(InterruptTest, TooLateForTheRead)
 {
     start();

@@ -130,6 +130,23 @@ TEST(HuffCodec, LongCodesAlone)
     }
 }
 
+// Codes beyond sixteen bits have no place in the table; those before them decode.
+TEST(HuffCodec, OverfullTables)
+{
+    const auto codec = std::make_unique<HuffCodec>();
+    const std::vector<int> symbols = symbolsInOrder();
+    const int overfull[16] = {1, 0, 0, 0, 0, 0, 0, 161};
+    ASSERT_EQ(codec->Initialize(kDCCounts, overfull, symbols.data()), 0);
+    int symbol = -1;
+    int length = -1;
+    EXPECT_EQ(codec->DecodeACSymbol(0, &symbol, &length), 0);
+    EXPECT_EQ(symbol, symbols[0]);
+    EXPECT_EQ(length, 1);
+    EXPECT_EQ(codec->DecodeACSymbol(0xFFFF, &symbol, &length), 0);
+    EXPECT_EQ(symbol, symbols[128]);
+    EXPECT_EQ(length, 8);
+}
+
 TEST(HuffCodec, IsReadyOnceInitialized)
 {
     const auto huffman = std::make_unique<Huffman>();
