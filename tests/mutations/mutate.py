@@ -22,7 +22,7 @@ LISTS = Path(__file__).resolve().parent
 TREE = ROOT / "build" / "mutate" / "tree"
 BUILD = ROOT / "build" / "mutate" / "build"
 UNIT = BUILD / "tests" / "unit"
-SHARDS = {"network_tests": 8}  # it waits more than it works
+SHARDS = {"network_tests": 8, "engine_tests": 3}  # they wait more than they work
 PROGRAMS = {"backend_tests": "libsane-sandboxed.test"}  # where the file has another name
 SCAN_TARGETS = ["sane_quillon", "sane_oxle", "scanner-sim", "scansim_correction", "wicket_decode",
                 "preload_syslog_to_file", "preload_fast_clock"]
@@ -179,7 +179,7 @@ class Tests:
             command.append(f"--gtest_filter={only}")
         outcome = run(command, self.limits.get(name, FIRST_LIMIT),
                       1 if only else SHARDS.get(name, 1), cwd=UNIT)
-        self.limits.setdefault(name, 3 * outcome.seconds + 30)
+        self.limits.setdefault(name, 2 * outcome.seconds + 20)
         return outcome
 
     def run_scans(self, suite):
