@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -41,8 +42,8 @@ int DeCompHandler::Initialize(ConfigReader* cfg)
     CompressionType = cfg->GetIntOption("COMPRESSIONTECH");
     if (cfg->GetIntOption("COMPRESSION") == 1) {
         SL_TRACE("Compression is on");
-        if (CompressionType == kWicket) {
-            DeCompressor = createDecompressor(CompressionType);
+        if (auto created = createDecompressor(CompressionType)) {
+            DeCompressor = std::move(created);
             SL_TRACE("Type is Wicket4");
         }
     }

@@ -121,10 +121,9 @@ char* newDeviceName(usb_bus& bus, struct usb_device& device)
 void keepLibusbLoaded()
 {
     Dl_info libusb;
-    if (dladdr(reinterpret_cast<void*>(&usb_init), &libusb) == 0) {
-        return;
-    }
-    void* handle = dlopen(libusb.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    void* handle = dladdr(reinterpret_cast<void*>(&usb_init), &libusb) != 0
+                       ? dlopen(libusb.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE)
+                       : nullptr;
     if (handle != nullptr) {
         dlclose(handle);
     }

@@ -1,11 +1,14 @@
 #include "ScanRecord.h"
 
-#include "CResponse.h"
 #include "DataBuffer.h"
 #include "ICommand.h"
 #include "ICommunication.h"
 #include "ImageData.h"
 #include "RecordBytes.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
 
 namespace {
 
@@ -28,12 +31,10 @@ bool ScanRecord::isRecord(const unsigned char* block, int size, int pending)
 
 void ScanRecord::processPageMarker(const unsigned char* block, int size, ImageData* image) const
 {
-    const auto marker = RecordBytes::copyPadded(block, size, kPageMarkerSize);
-    if (!marker) {
-        return;
-    }
+    unsigned char marker[kPageMarkerSize] = {};
+    memcpy(marker, block, static_cast<std::size_t>(std::min(size, kPageMarkerSize)));
     const auto field = [&marker](int n) {
-        return RecordBytes::int32(marker.get() + kGeometryOffset + 4 * n);
+        return RecordBytes::int32(marker + kGeometryOffset + 4 * n);
     };
     const int width = field(0);
     const int height = field(1);
@@ -61,9 +62,8 @@ int ScanRecord::process(const unsigned char* block, int size, ImageData* image) 
     if (block[kResponseOffset] == RECORD_PAGE_MARKER) {
         processPageMarker(block, size, image);
     }
-    CResponse response;
-    response.setHeader(block, size);
-    return response.getRecordResponse();
+    // Without a CResponse: the end of a page must not get lost for want of memory.
+    return RecordBytes::byteAt(block, size, kResponseOffset);
 }
 
 int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,

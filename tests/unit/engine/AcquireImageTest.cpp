@@ -424,4 +424,20 @@ INSTANTIATE_TEST_SUITE_P(Switch, MarkerTest,
                                          Marker{"NotExactly", "11", 9, 10, ramp(10), false}),
                          kByName);
 
+TEST(MarkerLinkTest, IsNotFollowed)
+{
+    const EmptyFolder folder("/tmp");
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/scan_problem.dump"), 0);
+    TestEngine engine;
+    engine.startFrame();
+    engine.transport->steps = {
+        {9, ramp(10), [](ImageData* image) { image->RecordAttributes(9, 10); }}, {1}};
+    setenv("SCAN_DEVICE_WITH_EDITS", "1", 1);
+    LogCapture log;
+    acquire(engine, 10);
+    unsetenv("SCAN_DEVICE_WITH_EDITS");
+    EXPECT_TRUE(log.contains("Checking SCAN_DEVICE_WITH_EDITS"));
+    EXPECT_NE(access("/tmp/victim", F_OK), 0);
+}
+
 }  // namespace

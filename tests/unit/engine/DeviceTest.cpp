@@ -102,6 +102,7 @@ TEST_F(DeviceTest, UsbNames)
         EXPECT_EQ(Device::isUSB(name), 0) << name;
     }
     EXPECT_EQ(Device::isUSB(nullptr), 0);
+    EXPECT_EQ(Device().isUSB("libusb"), 1);
     EXPECT_THAT(log.plainMessages(), Contains("isUSB -> is this a usb device ?"));
 }
 

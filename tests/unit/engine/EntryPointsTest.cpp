@@ -10,9 +10,12 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -508,6 +511,27 @@ TEST_P(InterruptTest, WhileTheLockIsRefused)
     }
 }
 
+// A device that may scan is told to stop, one that has refused is not.
+TEST_P(InterruptTest, WhileTheStartIsRefused)
+{
+    const Bytes refused = {0x1B, 0x53, 0x01, 0, 0, 0, 130, 0};
+    engine->transport->replies[4] = refused;
+    for (const bool isAnswered : {true, false}) {
+        if (!isAnswered) {
+            engine->transport->writeResults[4] = 15;
+        }
+        engine->transport->onCommand = [&](int id) {
+            if (id == 4) {
+                interrupt();
+            }
+        };
+        EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_CANCELLED);
+        EXPECT_EQ(std::count(calls->begin(), calls->end(), "command 0"), isAnswered ? 0 : 1);
+        EXPECT_EQ(calls->back(), "close");
+        calls->clear();
+    }
+}
+
 TEST_P(InterruptTest, TooLateForTheRead)
 {
     start();
@@ -593,6 +617,109 @@ TEST_F(HandleTest, CloseFromAnotherThread)
     closer.join();
     engine = nullptr;
     EXPECT_EQ(calls->back(), "destroyed");
+}
+
+// The running operation may end between a cancel's look at it and its note.
+TEST_F(HandleTest, InterruptBehindTheOperation)
+{
+    start();
+    engine->Interrupt();
+    EXPECT_THAT(*calls, ElementsAre("command 0", "read", "command 5", "close"));
+    EXPECT_EQ(engine->ScanInProgress, 0);
+    start();
+    engine->transport->steps = {{0, ramp(100)}};
+    EXPECT_EQ(read(100), SANE_STATUS_GOOD) << "the request is gone";
+}
+
+// ---- what is thrown stays inside -----------------------------------------------------------
+
+TEST_F(HandleTest, ExceptionsBecomeStatuses)
+{
+    const auto noMemory = [] { throw std::bad_alloc(); };
+    const auto other = [] { throw std::runtime_error("other"); };
+    const auto odd = [] { throw 5; };
+    const std::pair<std::function<void()>, SANE_Status> kinds[] = {
+        {noMemory, SANE_STATUS_NO_MEM}, {other, SANE_STATUS_IO_ERROR}, {odd, SANE_STATUS_IO_ERROR}};
+    for (const auto& [thrower, status] : kinds) {
+        const std::function<void()>& raise = thrower;
+        engine->transport->onCommand = [&](int) { raise(); };
+        EXPECT_EQ(sane_ScanLib_start(handle()), status);
+        engine->transport->onCommand = nullptr;
+        start();
+        engine->transport->steps = {{0, ramp(10), [&](ImageData*) { raise(); }}};
+        EXPECT_EQ(read(), status);
+        EXPECT_EQ(length, 0);
+        engine->transport->onClose = raise;
+        cancel();
+        engine->transport->onClose = nullptr;
+    }
+}
+
+TEST_F(HandleTest, ALateCancelMayThrow)
+{
+    start();
+    engine->transport->steps = {{1, ramp(10)}};
+    engine->transport->onCommand = [this](int id) {
+        if (id == 5) {
+            cancel();
+        }
+    };
+    engine->transport->onClose = [] { throw std::runtime_error("no close"); };
+    LogCapture log;
+    read();
+    EXPECT_THAT(log.plainMessages(), Contains("[ERROR] cancel failed"));
+    engine->transport->onCommand = nullptr;
+    engine->transport->onClose = nullptr;
+    start();
+}
+
+// A front end may end the thread that reads; the handle is free again then.
+TEST_F(HandleTest, ThreadIsCancelledWhileReading)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer cannot follow the end of such a thread";
+#endif
+    start();
+    std::atomic<bool> isReading{false};
+    const auto wait = [&](ImageData*) {
+        isReading = true;
+        pause();
+    };
+    engine->transport->steps = {{18, {}, wait}, {0, ramp(100)}};
+    pthread_t thread;
+    const auto body = [](void* test) -> void* {
+        static_cast<HandleTest_ThreadIsCancelledWhileReading_Test*>(test)->read();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, this), 0);
+    while (!isReading) {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(pthread_cancel(thread), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(read(), SANE_STATUS_GOOD);
+    EXPECT_EQ(length, 100);
+}
+
+// ---- the mirrored area ---------------------------------------------------------------------
+
+TEST_F(HandleTest, MirroringKeepsEveryPixel)
+{
+    engine->set("SCANNERTYPE", 4);
+    engine->set("SCAN_SOURCE", 2);
+    engine->set("ADFDPILIMIT", 300);
+    engine->transport->feederStatus = 2;
+    setResolution(300);
+    for (int tenths = 0; tenths < 500; tenths++) {
+        engine->set("CURRENTTLX", tenths / 10.0);
+        engine->set("CURRENTBRX", 100.0 + tenths / 7.0);
+        engine->set("CURRENTDPI", 300);
+        const int pixels = engine->GetIntValue("PIXELS_PER_LINE");
+        ASSERT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_GOOD);
+        EXPECT_EQ(engine->GetIntValue("PIXELS_PER_LINE"), pixels) << tenths;
+    }
 }
 
 }  // namespace

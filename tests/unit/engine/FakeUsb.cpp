@@ -1,5 +1,7 @@
 #include "FakeUsb.h"
 
+#include "Allocations.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -94,6 +96,7 @@ void FakeUsb::unplugAll()
 
 void FakeUsb::search()
 {
+    const Allocations::Pause pause;
     if (!isChanged_) {
         return;
     }
@@ -134,6 +137,7 @@ void FakeUsb::fail(const std::string& call, int result, int error)
 
 int FakeUsb::result(const std::string& call)
 {
+    const Allocations::Pause pause;
     auto& queue = failures_[call];
     if (queue.empty()) {
         return 0;
@@ -148,6 +152,7 @@ int FakeUsb::result(const std::string& call)
 
 int FakeUsb::read(char* bytes, int size)
 {
+    const Allocations::Pause pause;
     if (onBulkRead) {
         onBulkRead();
     }
@@ -192,6 +197,7 @@ namespace {
 template <typename... Arguments>
 FakeUsb& record(const char* format, Arguments... arguments)
 {
+    const Allocations::Pause pause;
     char text[128];
     std::snprintf(text, sizeof text, format, arguments...);
     FakeUsb::current->calls.emplace_back(text);
@@ -226,6 +232,7 @@ struct usb_bus* usb_get_busses(void)
 
 usb_dev_handle* usb_open(struct usb_device* device)
 {
+    const Allocations::Pause pause;
     FakeUsb& usb = record("open %.100s", device->filename);
     if (usb.result("open") != 0) {
         return nullptr;
@@ -265,6 +272,7 @@ int usb_detach_kernel_driver_np(usb_dev_handle*, int interface)
 
 int usb_bulk_write(usb_dev_handle*, int endpoint, const char* bytes, int size, int timeout)
 {
+    const Allocations::Pause pause;
     FakeUsb& usb = record("write %02X %d", static_cast<unsigned>(endpoint), size);
     usb.timeout = timeout;
     usb.lastWritten.assign(bytes, bytes + size);

@@ -50,6 +50,7 @@ public:
     void fail(const std::string& call, int result, int error = 0);
     // What the next bulk reads deliver. Without any, a read gives 0 bytes.
     void deliver(const Bytes& block) { reads_.push_back({static_cast<int>(block.size()), block}); }
+    void forgetReads() { reads_.clear(); }
     void deliverResult(int result) { reads_.push_back({result, {}}); }
     // Runs inside of every bulk read, before it delivers.
     std::function<void()> onBulkRead;

@@ -4,6 +4,9 @@
 #include "TestEngine.h"
 
 #include <gmock/gmock.h>
+
+#include <climits>
+#include <cmath>
 #include <sane/saneopts.h>
 
 #include <climits>
@@ -395,6 +398,19 @@ TEST_F(OptionsTest, SetArea)
 
         EXPECT_EQ(set(n, fixed(limit)), kGood);
         EXPECT_EQ(info, kParams);
+    }
+}
+
+// A feature file may say anything.
+TEST_F(OptionsTest, AreaBeyondTheFixedPoint)
+{
+    const std::pair<double, SANE_Word> cases[] = {
+        {std::nan(""), 0}, {1e6, INT_MAX}, {-1e6, INT_MIN}, {-0.5, -32768}};
+    for (const auto& [millimetres, word] : cases) {
+        engine.set("CURRENTTLX", millimetres);
+        SANE_Word value = 1;
+        EXPECT_EQ(control(TL_X, SANE_ACTION_GET_VALUE, &value), kGood);
+        EXPECT_EQ(value, word) << millimetres;
     }
 }
 

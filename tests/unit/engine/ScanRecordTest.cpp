@@ -1,5 +1,6 @@
 #include "ScanRecord.h"
 
+#include "Allocations.h"
 #include "DataBuffer.h"
 #include "ICommand.h"
 #include "ImageData.h"
@@ -57,6 +58,22 @@ TEST(ScanRecordTest, Response)
     EXPECT_EQ(scanRecord.process(marker.data(), static_cast<int>(marker.size()), &image), 9);
     EXPECT_EQ(image.GetActualScanWidth(), 100);
     EXPECT_EQ(image.GetInterleaveTrim(), 3);
+}
+
+// Otherwise a page whose end comes in a shortage would go on.
+TEST(ScanRecordTest, ResponseNeedsNoMemory)
+{
+    ImageData image;
+    const ScanRecord scanRecord;
+    const Bytes end = record(1);
+    const Bytes marker = pageMarker(100, 200, 1, 2, 3, 1);
+    const Allocations none(0);
+    const int response = scanRecord.process(end.data(), static_cast<int>(end.size()), &image);
+    scanRecord.process(marker.data(), static_cast<int>(marker.size()), &image);
+    const Allocations::Pause pause;
+    EXPECT_EQ(response, 1);
+    EXPECT_EQ(image.GetActualScanHeight(), 200);
+    EXPECT_FALSE(none.refused());
 }
 
 TEST(ScanRecordTest, MovesImageBytes)

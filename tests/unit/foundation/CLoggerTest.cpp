@@ -12,6 +12,23 @@ using testing::IsEmpty;
 
 namespace {
 
+bool hasErrorTexts = true;
+
+}  // namespace
+
+// Calls go through here (--wrap).
+extern "C" {
+char* __real_strerror(int error);
+char* __wrap_strerror(int error);
+
+char* __wrap_strerror(int error)
+{
+    return hasErrorTexts ? __real_strerror(error) : nullptr;
+}
+}
+
+namespace {
+
 // ---- the switches ----------------------------------------------------------------
 
 enum class Call { Debug, Info, Error, Dump };
@@ -215,6 +232,15 @@ TEST(CLogger, ExpandsPercentM)
         CLogger().do_percentm(out, format.c_str());
         EXPECT_STREQ(out, expected.c_str()) << format;
     }
+}
+
+TEST(CLogger, ErrorsMayHaveNoText)
+{
+    char out[1024];
+    hasErrorTexts = false;
+    CLogger().do_percentm(out, "a%mb");
+    hasErrorTexts = true;
+    EXPECT_STREQ(out, "a<unknown error>b");
 }
 
 TEST(CLogger, ExpansionStaysInsideItsBuffer)

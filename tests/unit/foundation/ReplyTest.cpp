@@ -415,6 +415,41 @@ void walk(const CProps& props)
     }
 }
 
+// More of them than the low byte of the length field can count.
+TEST(CResponse, LongPropertiesAreReadToTheirEnd)
+{
+    const std::vector<Bytes> resolutions(20, resolution(300, 300, 24));
+    const Bytes data =
+        properties({source(1, 7, 0, 0, 0, resolutions), source(2, 8, 0, 0, 0, resolutions)});
+    ASSERT_GT(sizeOf(data), 256 + 128);
+    CResponse response;
+    EXPECT_EQ(set(response, propertiesReply(data)), 0);
+    const CSources* last = response.getProperties()->getSource(1);
+    ASSERT_NE(last, nullptr);
+    EXPECT_EQ(last->getBarId(), 8);
+    ASSERT_NE(last->getScanRes(19), nullptr);
+    EXPECT_EQ(valueOf(*last->getScanRes(19), &CScanRes::getVerRes), 300);
+    EXPECT_EQ(last->getScanRes(19)->getColorDepth(), 24);
+}
+
+TEST(CResponse, TheLengthFieldEndsTheProperties)
+{
+    const Bytes whole = propertiesReply(twoSources());
+    for (const int length : {0, 3, 7, 20}) {
+        Bytes reply = whole;
+        reply[4] = static_cast<unsigned char>(length);
+        CResponse response;
+        set(response, reply);
+        const CProps* props = response.getProperties();
+        ASSERT_NE(props, nullptr);
+        EXPECT_EQ(props->getCompression(), length > 3 ? 4 : -1) << length;
+        EXPECT_EQ(props->getNumOfSources(), length > 6 ? 2 : -1) << length;
+        const CSources* first = props->getSource(0);
+        EXPECT_EQ(first != nullptr ? first->getType() : -1, length > 7 ? 1 : length > 6 ? 0 : -1);
+        EXPECT_EQ(first != nullptr ? first->getNumOfRes() : 0, 0) << length;
+    }
+}
+
 // Cut anywhere, a reply tells what has arrived, and nothing else.
 TEST(CResponse, TruncatedPropertiesTellWhatArrived)
 {

@@ -1,4 +1,5 @@
 // Network scanners in the list and in the choice of the transport.
+#include "Allocations.h"
 #include "Device.h"
 #include "DeviceList.h"
 #include "DiscoveryReply.h"
@@ -14,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <new>
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -257,6 +259,45 @@ TEST_F(DeviceNetTest, NoNameFindsTheFirst)
     const std::unique_ptr<ICommunication> comm(Device::CreateInstance(nullptr, &conf));
     ASSERT_NE(comm, nullptr);
     EXPECT_EQ(selected(""), fullName(0));
+}
+
+// ---- without memory ------------------------------------------------------------------
+
+TEST_F(DeviceNetTest, ListingWithoutMemory)
+{
+    Comm::standardTimes.discovery = milliseconds(20);
+    const Responder responder(answers(0, 1));
+    int result = -1;
+    withEveryShortage([&](int granted) {
+        NameList found;
+        try {
+            result = Device::getScanners(&found.names, &found.count, &conf);
+        } catch (const std::bad_alloc&) {
+            result = 1;
+        }
+        const Allocations::Pause pause;
+        EXPECT_EQ(found.names != nullptr, result == 0) << granted;
+        EXPECT_EQ(usb.openHandles, 0) << granted;
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(DeviceNetTest, ChoosingWithoutMemory)
+{
+    const Responder responder(answers(0, 1));
+    list();
+    bool isCreated = false;
+    withEveryShortage([&](int) {
+        try {
+            const std::unique_ptr<ICommunication> comm(
+                Device::CreateInstance("Quillon/Model 1/libnet", &conf));
+            isCreated = comm != nullptr;
+        } catch (const std::bad_alloc&) {
+            isCreated = false;
+        }
+    });
+    EXPECT_TRUE(isCreated);
+    EXPECT_TRUE(log.contains("set device failed"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "HBN3.h"
 
+#include "Allocations.h"
 #include "Frames.h"
 #include "LogCapture.h"
 
@@ -238,6 +239,21 @@ TEST(HBN3Test, BufferComesAndGoes)
     const unsigned char* before = frames.pBuff.get();
     EXPECT_EQ(frames.createBuffer(), 0);
     EXPECT_EQ(frames.pBuff.get(), before);
+}
+
+TEST(HBN3Test, NoMemoryForTheBuffer)
+{
+    Frames frames;
+    frames.destroyBuffer();
+    const Bytes bytes = frame({4, 5});
+    int result = 0;
+    {
+        const Allocations none(0);
+        result = frames.set(bytes);
+    }
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(frames.iPtr, 0);
+    EXPECT_EQ(frames.set(bytes), 0);
 }
 
 TEST(HBN3Test, ForeignBytesOfLaterFramesDoNotShow)

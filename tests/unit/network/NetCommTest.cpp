@@ -1,5 +1,6 @@
 #include "NetComm.h"
 
+#include "Allocations.h"
 #include "CResponse.h"
 #include "Calls.h"
 #include "CancelToken.h"
@@ -373,6 +374,28 @@ TEST_F(NetCommTest, GreetingCannotBeSent)
     EXPECT_EQ(comm->openDevice(), 1);
     EXPECT_TRUE(logged("[ERROR] Unable to send intro message to scanner"));
     EXPECT_FALSE(log.contains("retries remaining"));
+}
+
+TEST_F(NetCommTest, ConnectionIsLostBeforeTheGreeting)
+{
+    const SendResult lost(0);
+    scanner.greet({});
+    EXPECT_EQ(comm->openDevice(), 1);
+    EXPECT_EQ(comm->iScanSock, -1);
+    EXPECT_FALSE(comm->bConnected);
+}
+
+TEST_F(NetCommTest, GreetingWithoutMemory)
+{
+    scanner.greet({});
+    int result = 0;
+    {
+        const Allocations none(0);
+        result = comm->openDevice();
+    }
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(comm->iScanSock, -1);
+    EXPECT_TRUE(logged("failed in creating intro message"));
 }
 
 // ---- closing ------------------------------------------------------------------------

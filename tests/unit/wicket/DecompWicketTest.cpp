@@ -1,3 +1,4 @@
+#include "Allocations.h"
 #include "LogCapture.h"
 #include "Samples.h"
 #include "foundation/TestSupport.h"
@@ -227,6 +228,32 @@ TEST_F(Chunks, LinesThatDoNotFitAreRefused)
     }
 }
 
+// Without stuffing, lines are filled up to 48 bytes.
+TEST_F(Chunks, LinesWithoutStuffing)
+{
+    for (const int channels : {1, 3}) {
+        const int room = 48 * 8;
+        CDecompWicket plain(0);
+        plain.StartDecomp(10, 8, channels, 8 * channels);
+        BitWriter writer;
+        for (int block = 0; block < 6; ++block) {
+            const int component = channels == 1 ? 0 : block % 3;
+            writer.dc(component == 0 && block < 3 ? 8 : 0, component).endOfBlock(component);
+        }
+        Bytes input = samples::chunkWith(writer.finish(), 8, 10, 100);
+        out.assign(static_cast<std::size_t>(room), 0xEE);
+        EXPECT_EQ(
+            plain.Decomp(input.data(), sizeOf(input), &converted, out.data(), room - 1, &generated),
+            CDecomp::DECOMP_ERROR);
+        EXPECT_EQ(
+            plain.Decomp(input.data(), sizeOf(input), &converted, out.data(), room, &generated),
+            CDecomp::DECOMP_LINE_COMPLETED);
+        EXPECT_EQ(generated, 10 * 8 * channels);
+        EXPECT_EQ(out.front(), 129);
+        EXPECT_EQ(out.back(), channels == 1 ? 131 : 129);
+    }
+}
+
 TEST_F(Chunks, ScansOfOddGeometry)
 {
     const Bytes chunk = samples::chunkWith(BitWriter().dc(8, 0).endOfBlock(0).finish(), 8, 8, 100);
@@ -316,6 +343,29 @@ TEST_F(Chunks, ARingIsFollowedAround)
             position = (position + sizeOf(chunk)) % len;
         }
     }
+}
+
+TEST_F(Chunks, AChunkAcrossTheEndWithoutMemory)
+{
+    start(24, 1);
+    Bytes ring = samples::chunkOf(samples::page(Pattern::photo, 24, 8, 1), 60);
+    const Bytes chunk = ring;
+    ring = ring + Bytes(20, 0);
+    decode(ring, 192);
+    std::copy(chunk.begin() + 20, chunk.end(), ring.begin());
+    std::copy(chunk.begin(), chunk.begin() + 20, ring.end() - 20);
+    Bytes lines(192, 0xEE);
+    for (const bool isShort : {true, false}) {
+        int status = 0;
+        {
+            const Allocations granted(isShort ? 0 : 1);
+            status = decoder.Decomp(ring.data(), sizeOf(ring), &converted, lines.data(), 192,
+                                    &generated);
+        }
+        EXPECT_EQ(status, isShort ? CDecomp::DECOMP_ERROR : CDecomp::DECOMP_LINE_COMPLETED);
+        EXPECT_EQ(lines == Bytes(192, 0xEE), isShort);
+    }
+    EXPECT_EQ(lines, out);
 }
 
 TEST_F(Chunks, ADumpHoldsTheChunk)

@@ -113,6 +113,40 @@ TEST(HuffCodec, LuminanceDifferencesOfEverySize)
     EXPECT_EQ(length, 11);
 }
 
+// Codes beyond eight bits find their prefix only while it is free: the last one with it wins.
+TEST(HuffCodec, LongCodesAlone)
+{
+    const auto codec = std::make_unique<HuffCodec>();
+    const std::vector<int> symbols = symbolsInOrder();
+    const int nineBits[16] = {0, 0, 0, 0, 0, 0, 0, 0, 12};
+    ASSERT_EQ(codec->Initialize(nineBits, kACCounts, symbols.data()), 0);
+    for (int code = 0; code < 12; ++code) {
+        int symbol = -1;
+        int length = -1;
+        const bool isLast = code % 2 != 0;
+        EXPECT_EQ(codec->DecodeDCSymbol(code << 7, &symbol, &length), isLast ? 0 : 261) << code;
+        EXPECT_EQ(symbol, isLast ? code : -1);
+        EXPECT_EQ(length, isLast ? 9 : -1);
+    }
+}
+
+// Codes beyond sixteen bits have no place in the table; those before them decode.
+TEST(HuffCodec, OverfullTables)
+{
+    const auto codec = std::make_unique<HuffCodec>();
+    const std::vector<int> symbols = symbolsInOrder();
+    const int overfull[16] = {1, 0, 0, 0, 0, 0, 0, 161};
+    ASSERT_EQ(codec->Initialize(kDCCounts, overfull, symbols.data()), 0);
+    int symbol = -1;
+    int length = -1;
+    EXPECT_EQ(codec->DecodeACSymbol(0, &symbol, &length), 0);
+    EXPECT_EQ(symbol, symbols[0]);
+    EXPECT_EQ(length, 1);
+    EXPECT_EQ(codec->DecodeACSymbol(0xFFFF, &symbol, &length), 0);
+    EXPECT_EQ(symbol, symbols[128]);
+    EXPECT_EQ(length, 8);
+}
+
 TEST(HuffCodec, IsReadyOnceInitialized)
 {
     const auto huffman = std::make_unique<Huffman>();

@@ -57,7 +57,7 @@ TEST_F(WicketTest, QualityScalesTheTables)
     for (const int component : {0, 1, 2}) {
         const int* base = component == 0 ? wicket::aiDefaultLuminanceQuantTable
                                          : wicket::aiDefaultChrominanceQuantTable;
-        for (const int q : {INT_MIN, -1, 0, 1, 10, 49, 50, 51, 75, 80, 99, 100, 101, INT_MAX}) {
+        for (const int q : {INT_MIN, -1, 0, 1, 10, 15, 49, 50, 51, 75, 80, 99, 100, 101, INT_MAX}) {
             EXPECT_EQ(decoder->QualityFactor(q), 0);
             const std::int64_t scale = q <= 0   ? 10000
                                        : q < 50 ? 5000 / q
@@ -364,12 +364,16 @@ TEST_F(WicketTest, BlocksMayEndWithoutASymbol)
         exact.ac(0, 1, 0);
     }
     flat(exact.sixteenZeros(0).sixteenZeros(0).sixteenZeros(0), 8);
-    for (const BitWriter& writer : {full, zeros, exact}) {
-        const Bytes out = decode(writer.finish(), 16, 8, 1);
-        EXPECT_EQ(status, 0);
-        for (std::size_t row = 0; row < 8; ++row) {
-            for (std::size_t col = 8; col < 16; ++col) {
-                ASSERT_EQ(out[row * 16 + col], 130);
+    for (const wicket::Kernel* kernel :
+         {Wicket::bestKernel(), static_cast<const wicket::Kernel*>(nullptr)}) {
+        decoder->useKernel(kernel);
+        for (const BitWriter& writer : {full, zeros, exact}) {
+            const Bytes out = decode(writer.finish(), 16, 8, 1);
+            EXPECT_EQ(status, 0);
+            for (std::size_t row = 0; row < 8; ++row) {
+                for (std::size_t col = 8; col < 16; ++col) {
+                    ASSERT_EQ(out[row * 16 + col], 130);
+                }
             }
         }
     }

@@ -37,6 +37,16 @@ int Allocations::count() const
     return counted;
 }
 
+Allocations::Pause::Pause() : wasWatching_(watching)
+{
+    watching = false;
+}
+
+Allocations::Pause::~Pause()
+{
+    watching = wasWatching_;
+}
+
 ShortReads::ShortReads()
 {
     shortReads = true;
@@ -51,6 +61,7 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* block, std::size_t size);
+char* __real_strdup(const char* text);
 void* __real__Znwm(std::size_t size);
 void* __real__Znam(std::size_t size);
 void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
@@ -61,6 +72,7 @@ std::size_t __real_fread(void* to, std::size_t size, std::size_t count, FILE* st
 void* __wrap_malloc(std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
 void* __wrap_realloc(void* block, std::size_t size);
+char* __wrap_strdup(const char* text);
 void* __wrap__Znwm(std::size_t size);
 void* __wrap__Znam(std::size_t size);
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
@@ -80,6 +92,11 @@ void* __wrap_calloc(std::size_t count, std::size_t size)
 void* __wrap_realloc(void* block, std::size_t size)
 {
     return refuse() ? nullptr : __real_realloc(block, size);
+}
+
+char* __wrap_strdup(const char* text)
+{
+    return refuse() ? nullptr : __real_strdup(text);
 }
 
 void* __wrap__Znwm(std::size_t size)

@@ -17,9 +17,35 @@ public:
     int count() const;
     bool refused() const { return count() > granted_; }
 
+    // While one is alive, allocations are neither counted nor refused: for what stands in for a
+    // part of the system.
+    class Pause {
+    public:
+        Pause();
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+        ~Pause();
+
+    private:
+        bool wasWatching_;
+    };
+
 private:
     int granted_;
 };
+
+// Grants one allocation more each time, until none is refused any more.
+template <typename Action>
+void withEveryShortage(Action action)
+{
+    constexpr int kMost = 10000;
+    bool isRefused = true;
+    for (int granted = 0; isRefused && granted < kMost; ++granted) {
+        const Allocations some(granted);
+        action(granted);
+        isRefused = some.refused();
+    }
+}
 
 // While one is alive, fread reads one element less than asked for.
 class ShortReads {
