@@ -1,17 +1,14 @@
 // The decompression stage: the lines of a page must not depend on how its bytes arrive, and are
 // those of the scalar decoder.
 #include "Check.h"
+#include "DecompressionStage.h"
 #include "Input.h"
 #include "Surroundings.h"
 #include "wicket/ScalarPage.h"
 
 #include "DataBuffer.h"
-#include "DeCompHandler.h"
 #include "FlatFileReader.h"
 #include "ImageData.h"
-#include "wicket/DecompWicket.h"
-
-#include <memory>
 
 namespace {
 
@@ -44,7 +41,7 @@ void setUp(FlatFileReader& store, const Page& page)
 }
 
 // As the engine does it.
-void decompressAll(DeCompHandler& stage, DataBuffer& buffer, ImageData& image)
+void decompressAll(fuzz::DecompressionStage& stage, DataBuffer& buffer, ImageData& image)
 {
     int before = 0;
     int status = 0;
@@ -64,45 +61,6 @@ void moveLines(DataBuffer& buffer, Bytes& lines)
     lines.insert(lines.end(), out.begin(), out.end());
 }
 
-// Making a decompressor takes much longer than decompressing with it: all pages share one.
-class Borrowed : public CDecomp {
-public:
-    Borrowed()
-    {
-        unsigned char ring = 0;
-        int none = 0;
-        shared().Decomp(&ring, 0, &none, nullptr, 0, &none);  // back to the ring's start
-    }
-    void StartDecomp(int width, int height, int channels, int bitsPerPixel) override
-    {
-        shared().StartDecomp(width, height, channels, bitsPerPixel);
-    }
-    void EndDecomp() override {}
-    int Decomp(unsigned char* in, int inLen, int* bytesConverted, unsigned char* out, int outLen,
-               int* bytesGen) override
-    {
-        return shared().Decomp(in, inLen, bytesConverted, out, outLen, bytesGen);
-    }
-    void SetQualityFactor(int quality) override { shared().SetQualityFactor(quality); }
-    int GetMaxLinesPerBand() override { return shared().GetMaxLinesPerBand(); }
-    int GetNumPadBytesPerLine() override { return shared().GetNumPadBytesPerLine(); }
-
-private:
-    static CDecomp& shared()
-    {
-        static CDecompWicket decompressor(1);
-        return decompressor;
-    }
-};
-
-class Stage : public DeCompHandler {
-protected:
-    std::unique_ptr<CDecomp> createDecompressor(int) override
-    {
-        return std::make_unique<Borrowed>();
-    }
-};
-
 // The stream arrives in pieces of the sizes that cuts has, over and over.
 Result decompress(const Page& page, const Bytes& stream, const Bytes& cuts)
 {
@@ -110,7 +68,7 @@ Result decompress(const Page& page, const Bytes& stream, const Bytes& cuts)
     setUp(store, page);
     ImageData image;
     image.SetAttributes(&store, 0);
-    Stage stage;
+    fuzz::DecompressionStage stage;
     stage.Initialize(&store);
     DataBuffer buffer;
     Result result = {};
