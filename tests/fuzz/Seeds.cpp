@@ -220,6 +220,11 @@ void writeChunks(const std::filesystem::path& all)
                                             whole + chunk(pattern, 20, 3, channels));
             pages.write("page" + name, Bytes{mode, 19, 10, 5} + whole +
                                            chunk(pattern, 20, 3, channels) + Bytes(3));
+            for (const int cut : {0, 2}) {
+                pages.write("cut" + name + std::to_string(cut),
+                            Bytes{mode, 19, 10, static_cast<unsigned char>(cut)} + whole +
+                                chunk(pattern, 20, 3, channels));
+            }
             pages.write("cut" + name,
                         Bytes{mode, 19, 10, 200} + Bytes(whole.begin(), whole.end() - 9) + whole);
         }

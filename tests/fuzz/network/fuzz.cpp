@@ -3,6 +3,7 @@
 #include "Check.h"
 #include "Frames.h"
 #include "Input.h"
+#include "PlainReading.h"
 #include "ScanEngine.h"
 #include "ScriptedNet.h"
 
@@ -21,6 +22,7 @@ using fuzz::ScriptedNet;
 using fuzz::Settings;
 
 constexpr int kSheets = 2;
+constexpr std::size_t kLongestBlock = 8192;
 constexpr char kName[] = "Quillon/Model/libnet:000800000000:127.0.0.1:1234:3260";
 
 // The library counts empty frames from the last record on, in whatever session that was.
@@ -39,12 +41,19 @@ void forgetEmptyFrames()
     FUZZ_CHECK(transport.ReadImage(&bytes, &buffer, &image) == RECORD_END_OF_DATA);
 }
 
-void scan(fuzz::ScanEngine& engine, const Settings& settings)
+void scan(fuzz::ScanEngine& engine, const Settings& settings, const Input* plainScript)
 {
     const ScanLib::Operation operation(engine);
-    if (engine.Start() == SANE_STATUS_GOOD) {
-        engine.readPage(settings.readSizes);
+    if (engine.Start() != SANE_STATUS_GOOD) {
+        return;
     }
+    std::optional<fuzz::Expected> expected;
+    if (plainScript != nullptr) {
+        expected =
+            fuzz::plainReading(settings, *plainScript, kLongestBlock,
+                               engine.GetIntValue("PIXELS_PER_LINE"), engine.GetIntValue("LINES"));
+    }
+    fuzz::checkPage(engine.readPage(settings.readSizes), expected);
 }
 
 }  // namespace
@@ -56,7 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input(data, size);
     const unsigned mode = input.byte();
     const Settings settings(input);
-    ScriptedNet scanner(Script(input, settings.version), (mode & 0x80) == 0, mode & 0x7F);
+    const bool isObedient = (mode & 0x80) == 0;
+    ScriptedNet scanner(Script(input, settings.version), isObedient, mode & 0x7F);
     auto* transport = new NetComm;
     transport->setDevice(kName);
     fuzz::ScanEngine engine(settings, transport);
@@ -67,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         engine.LoadScanDeviceProperties();
     }
     for (int sheet = 0; sheet < kSheets; ++sheet) {
-        scan(engine, settings);
+        scan(engine, settings, isObedient && sheet == 0 ? &input : nullptr);
     }
     const ScanLib::Operation closing(engine);
     engine.CancelAndFlush();

@@ -12,7 +12,7 @@
 #include "RawDataHandler.h"
 #include "SaneConfReader.h"
 
-#include <limits>
+#include <cstring>
 #include <memory>
 
 #include <sane/sane.h>
@@ -64,6 +64,16 @@ fuzz::Settings::Settings(Input& input)
         {"ADFDPILIMIT", 600},
         {"RESOLUTIONS", 2},
     };
+}
+
+int fuzz::Settings::number(const char* key) const
+{
+    for (const auto& [known, value] : numbers) {
+        if (std::strcmp(known, key) == 0) {
+            return value;
+        }
+    }
+    return 0;
 }
 
 fuzz::ScanEngine::ScanEngine(const Settings& settings, ICommunication* comm)

@@ -13,6 +13,7 @@ namespace fuzz {
 // Of a scan, from the front of an input.
 struct Settings {
     explicit Settings(Input& input);
+    int number(const char* key) const;
 
     int version;
     int npa;

@@ -2,6 +2,7 @@
 // manipulations, up to what a front end reads.
 #include "Check.h"
 #include "Input.h"
+#include "PlainReading.h"
 #include "ScanEngine.h"
 #include "ScriptedUsb.h"
 
@@ -19,6 +20,7 @@ using fuzz::Page;
 using fuzz::Settings;
 
 constexpr int kSheets = 2;
+constexpr std::size_t kLongestTransfer = 4096;
 
 struct Result {
     std::vector<Page> pages;
@@ -37,7 +39,13 @@ Result scan(const Settings& settings, const Input& script, const std::vector<int
     for (int sheet = 0; sheet < kSheets; ++sheet) {
         const ScanLib::Operation operation(engine);
         if (engine.Start() == SANE_STATUS_GOOD) {
+            const auto expected = fuzz::plainReading(settings, script, kLongestTransfer,
+                                                     engine.GetIntValue("PIXELS_PER_LINE"),
+                                                     engine.GetIntValue("LINES"));
             result.pages.push_back(engine.readPage(sizes));
+            if (sheet == 0) {
+                fuzz::checkPage(result.pages[0], expected);
+            }
         }
     }
     const ScanLib::Operation closing(engine);
