@@ -612,9 +612,9 @@ SANE_Status CheckValue(const SANE_Option_Descriptor* option, void* value, int* i
     const CLogger log;
     SL_START_TO(log);
     SANE_Status status = SANE_STATUS_GOOD;
-    SANE_Word& word = *static_cast<SANE_Word*>(value);
     switch (option->constraint_type) {
     case SANE_CONSTRAINT_WORD_LIST: {
+        const SANE_Word word = *static_cast<SANE_Word*>(value);
         const SANE_Word* first = option->constraint.word_list + 1;
         const SANE_Word* last = first + option->constraint.word_list[0];
         status = std::find(first, last, word) != last ? SANE_STATUS_GOOD : SANE_STATUS_INVAL;
@@ -628,6 +628,7 @@ SANE_Status CheckValue(const SANE_Option_Descriptor* option, void* value, int* i
         break;
     case SANE_CONSTRAINT_RANGE: {
         const SANE_Range& range = *option->constraint.range;
+        SANE_Word& word = *static_cast<SANE_Word*>(value);
         const SANE_Word given = word;
         if (given < range.min) {
             word = range.min;

@@ -570,6 +570,15 @@ TEST_F(OptionsTest, CheckValue)
     EXPECT_EQ(::CheckValue(&option(PREVIEW), &word, &flags), kGood);
 }
 
+// A text is not looked at as a number, which a sanitizer would complain about at an odd address.
+TEST_F(OptionsTest, TextsStandAnywhere)
+{
+    alignas(SANE_Word) char room[] = "?Flatbed";
+    int flags = 0;
+    EXPECT_EQ(::CheckValue(&option(SOURCE), room + 1, &flags), kGood);
+    EXPECT_EQ(control(SOURCE, SANE_ACTION_SET_VALUE, room + 1), kGood);
+}
+
 TEST_F(OptionsTest, CheckValueLogsItsResult)
 {
     LogCapture log;

@@ -39,8 +39,11 @@ public:
         }
         const unsigned char* chunk = stream.data() + at;
         size_ = field(chunk, 4, 0);
+        if (size_ < 1 || room() > kLargest || static_cast<std::size_t>(size_) > left) {
+            return false;
+        }
         const int width = field(chunk, size_, 8);
-        if (size_ < 1 || room() > kLargest || static_cast<std::size_t>(size_) > left || width < 1) {
+        if (width < 1) {
             return false;
         }
         const int lines = field(chunk, size_, 4);

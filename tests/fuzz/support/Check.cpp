@@ -1,0 +1,34 @@
+#include "Check.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+volatile unsigned sum = 0;
+
+}  // namespace
+
+void fuzz::touch(const void* data, std::size_t size)
+{
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    unsigned total = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        total = total * 31 + bytes[i];
+    }
+    sum = sum + total;
+}
+
+void fuzz::touch(const char* text)
+{
+    if (text != nullptr) {
+        touch(text, std::strlen(text) + 1);
+    }
+}
+
+void fuzz::fail(const char* condition, const char* file, int line)
+{
+    std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
+    std::abort();
+}
