@@ -3,6 +3,7 @@
 #include "LogCapture.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <thread>
 
@@ -22,6 +23,15 @@ TEST_F(HandleTest, CancelWhileNothingRuns)
     calls->clear();
     cancel();
     EXPECT_THAT(*calls, ElementsAre("close"));
+}
+
+// It may have come in a signal handler.
+TEST_F(HandleTest, CancelLeavesErrnoAlone)
+{
+    engine->transport->onClose = [] { errno = EIO; };
+    errno = ENOENT;
+    cancel();
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(HandleTest, CloseEndsTheJob)
