@@ -347,10 +347,10 @@ bool NetComm::isTickled()
         SL_RETURN(true);
     }
     SL_TRACE("Not yet tickled; creating intro message...");
-    if (!sendTickle()) {
+    if (isWaitOver() || !sendTickle()) {
         SL_RETURN(false);
     }
-    for (int left = kTickleAttempts; left > 0 && !bTick; --left) {
+    for (int left = kTickleAttempts; left > 0 && !bTick && !isWaitOver(); --left) {
         bTick = receiveTickle();
         if (!bTick) {
             SL_TRACE("[WARN] tickle data not received. retries remaining: %d", left);

@@ -5,6 +5,7 @@
 #include "ScanLib.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -804,10 +805,13 @@ void entry::sane_ScanLib_cancel(SANE_Handle handle)
         engineOf(handle)->Interrupt();
         return;
     }
+    // What a signal handler interrupted may not have looked at it yet.
+    const int error = errno;
     const CLogger log;
     SL_START_TO(log);
     guarded([&] { return engineOf(handle)->CancelAndFlush(); });
     SL_END_TO(log);
+    errno = error;
 }
 
 SANE_Status entry::sane_ScanLib_set_io_mode(SANE_Handle /*handle*/, SANE_Bool /*non_blocking*/)

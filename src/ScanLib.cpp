@@ -417,26 +417,43 @@ bool ScanLib::mayBeObeyed(int status, int command, const CResponse& response)
     return status == SANE_STATUS_GOOD || response.getReply() != command;
 }
 
-int ScanLib::startJob()
+// Wakes the device and checks the settings. Each may wait for the device, so a cancel is looked
+// for before each.
+int ScanLib::prepareJob()
 {
     CResponse response;
-    if (pComm->openDevice() == TRANSPORT_OPEN_FAILED) {
-        SL_TRACE("[ERROR] SL_STATUS_DEVICE BUSY now");
-        return SANE_STATUS_DEVICE_BUSY;
+    if (cancelToken.isRequested()) {
+        return SANE_STATUS_CANCELLED;
     }
     if (GetIntValue("COMMANDVERSION") == 402 &&
         pComm->writeCommand(COMMAND_WAKE, &response) != COMMAND_WAKE) {
         SL_TRACE("[ERROR] unable to wake scanner");
         return SANE_STATUS_IO_ERROR;
     }
-    int status = CheckScanSettings();
+    if (cancelToken.isRequested()) {
+        return SANE_STATUS_CANCELLED;
+    }
+    const int status = CheckScanSettings();
     if (status != SANE_STATUS_GOOD) {
         SL_TRACE("CheckScanSettings ret = %d", status);
+    }
+    return status;
+}
+
+int ScanLib::startJob()
+{
+    if (pComm->openDevice() == TRANSPORT_OPEN_FAILED) {
+        SL_TRACE("[ERROR] SL_STATUS_DEVICE BUSY now");
+        return SANE_STATUS_DEVICE_BUSY;
+    }
+    int status = prepareJob();
+    if (status != SANE_STATUS_GOOD) {
         return status;
     }
     if (cancelToken.isRequested()) {
         return SANE_STATUS_CANCELLED;
     }
+    CResponse response;
     status = writeJobCommand(COMMAND_LOCK, &response, "Lock");
     if (cancelToken.isRequested()) {
         if (mayBeObeyed(status, COMMAND_LOCK, response)) {
@@ -772,6 +789,18 @@ int ScanLib::cancelRunning()
     return SANE_STATUS_CANCELLED;
 }
 
+// Carries out a cancel that the operation has not seen. Later reads must not take the end of
+// what was flushed for that of the frame.
+void ScanLib::cancelTooLate()
+{
+    if (ScanInProgress == 1) {
+        cancelRunning();
+    } else {
+        cancelToken.consume();
+        CancelAndFlush();
+    }
+}
+
 void ScanLib::Interrupt()
 {
     cancelToken.request();
@@ -784,9 +813,9 @@ void ScanLib::Interrupt()
 void ScanLib::leave()
 {
     do {
-        if (cancelToken.consume()) {
+        if (cancelToken.isRequested()) {
             try {
-                CancelAndFlush();
+                cancelTooLate();
             } catch (const std::exception&) {
                 SL_TRACE("[ERROR] cancel failed");
             }

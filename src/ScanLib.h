@@ -128,6 +128,7 @@ private:
     void recordFeeder(const CSources& source);
 
     bool isReady() const;
+    int prepareJob();
     int startJob();
     static bool mayBeObeyed(int status, int command, const CResponse& response);
     void beginFrame();
@@ -144,6 +145,7 @@ private:
     int endTransfer(int status);
     int flush();
     int cancelRunning();
+    void cancelTooLate();
 
     bool isDataOver = false;  // of the frame; what is held may still have to go out
     std::atomic<bool> bBusy{false};

@@ -6,6 +6,7 @@ import shutil
 import subprocess
 import tempfile
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 SCANNER_SIM = os.environ["SCANNER_SIM"]
@@ -91,6 +92,21 @@ class ScanTestCase(unittest.TestCase):
 
     def assert_page(self, result):
         self.assert_same_pages(result.pages(), result.recorded())
+
+
+class SideBySide(unittest.TestSuite):
+    """Nearly all the time is waiting, and each test has its own processes and folder."""
+
+    def run(self, result, debug=False):
+        tests = [test for tests in self for test in tests]
+        with ThreadPoolExecutor(len(tests)) as runs:
+            list(runs.map(lambda test: test(result), tests))
+        return result
+
+
+def side_by_side(_loader, tests, _pattern):
+    """For load_tests of a suite."""
+    return SideBySide(tests)
 
 
 main = unittest.main

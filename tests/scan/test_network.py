@@ -6,7 +6,6 @@ side, and many pages are scanned by one process.
 """
 
 import re
-import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 import simulation
@@ -194,18 +193,7 @@ class Network(simulation.ScanTestCase):
         self.assert_same_pages(result.pages(), pages[:3] + pages[4:])
 
 
-class SideBySide(unittest.TestSuite):
-    """Nearly all the time is waiting, and each test has its own processes and folder."""
-
-    def run(self, result, debug=False):
-        tests = [test for tests in self for test in tests]
-        with ThreadPoolExecutor(len(tests)) as runs:
-            list(runs.map(lambda test: test(result), tests))
-        return result
-
-
-def load_tests(_loader, tests, _pattern):
-    return SideBySide(tests)
+load_tests = simulation.side_by_side
 
 
 if __name__ == "__main__":

@@ -7,15 +7,18 @@ class Allocations {
 public:
     static constexpr int kAll = 1 << 30;
 
-    // Grants the given number of allocations, then refuses every further one: malloc and
+    // Grants the given number of allocations, then refuses so many further ones: malloc and
     // its family and the new that does not throw return null, new throws.
-    explicit Allocations(int granted = kAll);
+    explicit Allocations(int granted = kAll, int refused = kAll);
     Allocations(const Allocations&) = delete;
     Allocations& operator=(const Allocations&) = delete;
     ~Allocations();
 
     int count() const;
     bool refused() const { return count() > granted_; }
+
+    // For the allocators: counts one more, true if it is to be refused.
+    static bool refuseNext();
 
     // While one is alive, allocations are neither counted nor refused: for what stands in for a
     // part of the system.
@@ -54,4 +57,6 @@ public:
     ShortReads(const ShortReads&) = delete;
     ShortReads& operator=(const ShortReads&) = delete;
     ~ShortReads();
+
+    static bool isOn();
 };

@@ -26,6 +26,9 @@ int FakeTransport::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* imag
 int FakeTransport::openDevice()
 {
     calls_->push_back("open");
+    if (onOpen) {
+        onOpen();
+    }
     return openResult;
 }
 

@@ -44,6 +44,7 @@ public:
     std::map<int, int> writeResults;     // by command; else the command itself
     std::map<int, Bytes> replies;        // by command; else a good reply
     std::function<void(int)> onCommand;  // runs inside of writeCommand
+    std::function<void()> onOpen;        // runs inside of openDevice
     std::function<void()> onClose;       // runs inside of closeDevice
     std::deque<Step> steps;
     Step lastStep = {1};  // when there are no more steps

@@ -1,0 +1,125 @@
+#include "Backend.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <dlfcn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kOptionResolution = 2;
+constexpr int kOptionSource = 4;
+constexpr int kOptionBrX = 9;
+constexpr int kOptionBrY = 10;
+
+template <typename Function>
+void resolve(void* module, const std::string& name, Function** function)
+{
+    *function = reinterpret_cast<Function*>(dlsym(module, name.c_str()));
+    expect(*function != nullptr, "no " + name);
+}
+
+}  // namespace
+
+void expect(bool isSo, const std::string& what)
+{
+    if (!isSo) {
+        throw Failure(what);
+    }
+}
+
+Backend::Backend(const std::string& name)
+{
+    void* module = dlopen(("libsane-" + name + ".so.1").c_str(), RTLD_NOW);
+    expect(module != nullptr, module == nullptr ? dlerror() : "");
+    const std::string prefix = "sane_" + name + "_";
+    resolve(module, prefix + "init", &init);
+    resolve(module, prefix + "exit", &exit);
+    resolve(module, prefix + "get_devices", &getDevices);
+    resolve(module, prefix + "open", &open);
+    resolve(module, prefix + "close", &close);
+    resolve(module, prefix + "get_option_descriptor", &getDescriptor);
+    resolve(module, prefix + "control_option", &control);
+    resolve(module, prefix + "get_parameters", &getParameters);
+    resolve(module, prefix + "start", &start);
+    resolve(module, prefix + "read", &read);
+    resolve(module, prefix + "cancel", &cancel);
+}
+
+Frame Page::scan(const Backend& backend, SANE_Handle handle, int readSize)
+{
+    size_ = 0;
+    const SANE_Status status = backend.start(handle);
+    return status == SANE_STATUS_GOOD ? readOn(backend, handle, readSize) : Frame{status};
+}
+
+Frame Page::readOn(const Backend& backend, SANE_Handle handle, int readSize)
+{
+    size_ = 0;
+    SANE_Status status = SANE_STATUS_GOOD;
+    while (status == SANE_STATUS_GOOD &&
+           size_ + static_cast<std::size_t>(readSize) <= bytes_.size()) {
+        SANE_Int length = -1;
+        status = backend.read(handle, bytes_.data() + size_, readSize, &length);
+        size_ += static_cast<std::size_t>(length);
+    }
+    return {status, true, size_};
+}
+
+bool Page::isLike(const Page& other) const
+{
+    return size_ == other.size_ && isStartOf(other);
+}
+
+bool Page::isStartOf(const Page& other) const
+{
+    return size_ <= other.size_ && memcmp(bytes_.data(), other.bytes_.data(), size_) == 0;
+}
+
+SANE_Status setUp(const Backend& backend, SANE_Handle handle, double millimetres, bool fromFeeder)
+{
+    SANE_Word resolution = 75;
+    SANE_Word corner = SANE_FIX(millimetres);
+    const auto set = [&](int option, void* value) {
+        return backend.control(handle, option, SANE_ACTION_SET_VALUE, value, nullptr);
+    };
+    SANE_Status status = set(kOptionResolution, &resolution);
+    for (const int option : {kOptionBrX, kOptionBrY}) {
+        status = status == SANE_STATUS_GOOD ? set(option, &corner) : status;
+    }
+    char source[4096] = "Automatic Document Feeder";
+    return status == SANE_STATUS_GOOD && fromFeeder ? set(kOptionSource, source) : status;
+}
+
+int openDescriptors()
+{
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        count += std::filesystem::read_symlink(entry.path(), error) != "/tmp/scan.dump" ? 1 : 0;
+    }
+    return count;
+}
+
+std::string tellSimulation(const std::string& line)
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const char* path = getenv("SCANNER_SIM_CONTROL");
+    expect(path != nullptr, "not inside of a simulation");
+    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    char answer[4096] = "";
+    const std::string sent = line + "\n";
+    const bool isTold =
+        connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+        send(fd, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size()) &&
+        recv(fd, answer, sizeof answer - 1, 0) > 0;
+    close(fd);
+    expect(isTold && strncmp(answer, "error", 5) != 0, line + " -> " + answer);
+    return answer;
+}

@@ -1,0 +1,12 @@
+// The allocators of the whole process, the library's and the C library's own calls included, go
+// through this program: they obey Allocations, and what they leave behind can be counted.
+#pragma once
+
+namespace memory {
+
+// From now on the calling thread's allocations are remembered until they are freed.
+void remember(bool isOn);
+// How many are.
+int remembered();
+
+}  // namespace memory
