@@ -12,6 +12,8 @@ void loads(const Arguments& arguments);
 void rounds(const Arguments& arguments);
 void batch(const Arguments& arguments);
 void page(const Arguments& arguments);
+void orders(const Arguments& arguments);
+void soak(const Arguments& arguments);
 
 // The argument as a number.
 long number(const Arguments& arguments, std::size_t index);

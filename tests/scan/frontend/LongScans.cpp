@@ -68,7 +68,6 @@ void page(const Arguments& arguments)
     }
     const SANE_Parameters parameters = scanner.parameters();
     std::printf("%d x %d pixels\n", parameters.pixels_per_line, parameters.lines);
-    std::fflush(stdout);
     const Resources before = Resources::now();
     const Progress progress("", 0);
     const Digest whole = readWholePage(scanner);
@@ -77,7 +76,6 @@ void page(const Arguments& arguments)
     scanner.cancel();
     std::printf("%.0f MB in %.1f s; resident %ld KB before, %ld KB at most during it\n",
                 1e-6 * static_cast<double>(whole.bytes), seconds, before.residentKb, peak);
-    std::fflush(stdout);
     require(peak <= before.residentKb + kPageRoomKb, "the page takes memory");
     require(whole == takeRecorded(numberOf(name)), "the page is not the recorded one");
 }

@@ -96,7 +96,7 @@ SANE_Status readPage(const Scanner& scanner, Digest* page, std::size_t blockSize
         const SANE_Status status =
             sane_read(scanner.handle(), block.data(), static_cast<SANE_Int>(blockSize), &length);
         require(length >= 0 && length <= static_cast<SANE_Int>(blockSize), "length of a read");
-        require(length == 0 || status == SANE_STATUS_GOOD, "data without a good status");
+        require(length == 0 || status != SANE_STATUS_EOF, "data behind the end");
         if (status != SANE_STATUS_GOOD) {
             return status;
         }

@@ -20,8 +20,8 @@ struct Digest {
     }
 };
 
-// Reads to the end of the frame; the status there. A length that goes with no data, or beyond
-// the room, is a failure.
+// Reads to the end of the frame; the status there. A length beyond the room, or with the
+// end, is a failure.
 SANE_Status readPage(const Scanner& scanner, Digest* page, std::size_t blockSize = 32768);
 
 // The page that the simulation has recorded last for that device; empty when there is none. Takes

@@ -78,7 +78,6 @@ void requireFlat(const Resources& early, const Resources& late)
     const std::string change = early.text() + " -> " + late.text();
     std::printf("  after the warm-up: %s\n  at the end:        %s\n", early.text().c_str(),
                 late.text().c_str());
-    std::fflush(stdout);
     require(late.descriptors <= early.descriptors, "descriptors: " + change);
     require(late.heap <= early.heap + kHeapSlack, "heap: " + change);
     if (!isSanitized()) {

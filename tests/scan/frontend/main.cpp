@@ -10,10 +10,8 @@
 namespace {
 
 const std::map<std::string, void (*)(const frontend::Arguments&)> kCommands = {
-    {"loads", frontend::loads},
-    {"rounds", frontend::rounds},
-    {"batch", frontend::batch},
-    {"page", frontend::page},
+    {"loads", frontend::loads}, {"rounds", frontend::rounds}, {"batch", frontend::batch},
+    {"page", frontend::page},   {"orders", frontend::orders}, {"soak", frontend::soak},
 };
 
 }  // namespace
@@ -26,6 +24,9 @@ long frontend::number(const Arguments& arguments, std::size_t index)
 
 int main(int argc, char** argv)
 {
+    // Its buffer is not to count as memory that grows.
+    static char buffer[BUFSIZ];
+    std::setvbuf(stdout, buffer, _IOLBF, sizeof buffer);
     const frontend::Arguments arguments(argv + 1, argv + argc);
     const auto command = kCommands.find(arguments.empty() ? "" : arguments[0]);
     if (command == kCommands.end()) {
