@@ -24,7 +24,9 @@ std::string onlyDevice(Session& session)
 
 }  // namespace
 
-// SHEETS DPI: every sheet of the feeder, on one handle, without a cancel in between.
+// SHEETS DPI [SLACK]: every sheet of the feeder, on one handle, without a cancel in between. SLACK
+// is how much the heap may be larger at the end: a decoder keeps room for the largest chunk of the
+// last page.
 void batch(const Arguments& arguments)
 {
     const long count = number(arguments, 0);
@@ -52,7 +54,7 @@ void batch(const Arguments& arguments)
     std::printf("%ld sheets, %llu MB in %.1f s, %zu different ones\n", count,
                 static_cast<unsigned long long>(bytes / 1000000), progress.seconds(),
                 std::set<std::uint64_t>(hashes.begin(), hashes.end()).size());
-    requireFlat(early, late);
+    requireFlat(early, late, arguments.size() > 2 ? number(arguments, 2) : kHeapSlack);
 }
 
 // DPI: a page of the whole bed.

@@ -15,8 +15,8 @@ namespace frontend {
 
 namespace {
 
-constexpr std::uint64_t kMostBytes = 2000000;  // of a page that is read to its end
-constexpr int kSteps = 12;                     // of a random sequence
+constexpr std::uint64_t kMostBytes = 500000;  // of a page that is read to its end
+constexpr int kSteps = 12;                    // of a random sequence
 
 struct Counts {
     long changes = 0;
@@ -116,7 +116,7 @@ public:
         }
     }
 
-    // The first word is a value that the option takes, and so on to those that it does not.
+    // Of each option some values that it takes and one that it does not.
     static const std::vector<Change>& changes()
     {
         static const std::vector<Change> all = {
@@ -250,6 +250,8 @@ void everyPair(const std::string& name, Chance& chance, Counts& counts)
     for (const Change& first : Run::changes()) {
         for (const Change& second : Run::changes()) {
             Run run(name, chance, counts);
+            run.change({"br-x", SANE_FIX(70), ""});
+            run.change({"br-y", SANE_FIX(80), ""});
             run.change(first);
             run.change(second);
             if (chance.oneIn(2)) {

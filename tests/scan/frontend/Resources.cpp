@@ -73,13 +73,13 @@ std::string Resources::text() const
            std::to_string(heap) + " bytes";
 }
 
-void requireFlat(const Resources& early, const Resources& late)
+void requireFlat(const Resources& early, const Resources& late, long heapSlack)
 {
     const std::string change = early.text() + " -> " + late.text();
     std::printf("  after the warm-up: %s\n  at the end:        %s\n", early.text().c_str(),
                 late.text().c_str());
     require(late.descriptors <= early.descriptors, "descriptors: " + change);
-    require(late.heap <= early.heap + kHeapSlack, "heap: " + change);
+    require(late.heap <= early.heap + heapSlack, "heap: " + change);
     if (!isSanitized()) {
         require(late.mappings <= early.mappings, "mappings: " + change);
         require(late.residentKb <= early.residentKb + kResidentSlackKb, "resident: " + change);

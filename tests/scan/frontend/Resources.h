@@ -23,7 +23,7 @@ constexpr long kResidentSlackKb = 512;
 
 // Prints both; throws Failed where late is more than early. Under the address sanitizer, whose own
 // memory grows, only descriptors and heap count.
-void requireFlat(const Resources& early, const Resources& late);
+void requireFlat(const Resources& early, const Resources& late, long heapSlack = kHeapSlack);
 
 // The highest resident memory so far.
 long peakResidentKb();
