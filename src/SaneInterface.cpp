@@ -135,6 +135,7 @@ SANE_Status guarded(Body body)
     }
 }
 
+// Null for the handle of a front end that goes on behind a failed open.
 ScanLib* engineOf(SANE_Handle handle)
 {
     return static_cast<ScanLib*>(handle);
@@ -742,6 +743,9 @@ SANE_Status entry::sane_ScanLib_control_option(SANE_Handle handle, SANE_Int opti
 {
     const CLogger log;
     SL_START_TO(log);
+    if (handle == nullptr) {
+        SL_RETURN_TO(log, SANE_STATUS_INVAL);
+    }
     const ScanLib::Operation operation(*engineOf(handle));
     const SANE_Status status =
         guarded([&] { return controlOption(engineOf(handle), option, action, value, info); });
@@ -752,6 +756,9 @@ SANE_Status entry::sane_ScanLib_get_parameters(SANE_Handle handle, SANE_Paramete
 {
     const CLogger log;
     SL_START_TO(log);
+    if (handle == nullptr) {
+        SL_RETURN_TO(log, SANE_STATUS_INVAL);
+    }
     const ScanLib::Operation operation(*engineOf(handle));
     guarded([&] {
         if (params != nullptr) {
@@ -766,6 +773,9 @@ SANE_Status entry::sane_ScanLib_start(SANE_Handle handle)
 {
     const CLogger log;
     SL_START_TO(log);
+    if (handle == nullptr) {
+        SL_RETURN_TO(log, SANE_STATUS_INVAL);
+    }
     const ScanLib::Operation operation(*engineOf(handle));
     const SANE_Status status = guarded([&]() -> int {
         return operation.isOwner() ? startFrame(engineOf(handle)) : SANE_STATUS_DEVICE_BUSY;
@@ -778,6 +788,12 @@ SANE_Status entry::sane_ScanLib_read(SANE_Handle handle, SANE_Byte* data, SANE_I
 {
     const CLogger log;
     SL_START_TO(log);
+    if (length != nullptr) {
+        *length = 0;
+    }
+    if (handle == nullptr) {
+        SL_RETURN_TO(log, SANE_STATUS_INVAL);
+    }
     const ScanLib::Operation operation(*engineOf(handle));
     SANE_Int delivered = 0;
     const SANE_Status status = guarded([&]() -> int {

@@ -10,6 +10,9 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 SCANNER_SIM = os.environ["SCANNER_SIM"]
+FRONT_END = os.environ["FRONT_END"]
+# Lets malloc's figures count what is in use and nothing else.
+EXACT_HEAP = "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"
 # Sanitized modules need their runtime in the front end, which has none of its own.
 PRELOAD = os.environ.get("SCAN_PRELOAD", "")
 INSIDE = Path(__file__).resolve().parent / "inside"
@@ -79,6 +82,13 @@ class ScanTestCase(unittest.TestCase):
         """Runs a script of inside/, which itself checks and fails."""
         result = self.simulate(devices, [PYTHON, str(INSIDE / script), *arguments], options,
                                timeout=timeout)
+        self.assertEqual(result.status, 0, result.stdout + result.stderr)
+        return result
+
+    def run_front_end(self, devices, *arguments, environment=(), options=(), folder=None):
+        """Runs a command of front_end, which itself checks and fails."""
+        result = self.simulate(devices, ["env", EXACT_HEAP, *environment, FRONT_END, *arguments],
+                               options, folder=folder)
         self.assertEqual(result.status, 0, result.stdout + result.stderr)
         return result
 

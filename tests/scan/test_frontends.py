@@ -60,12 +60,33 @@ class FrontEnds(simulation.ScanTestCase):
         with unittest.mock.patch.dict("os.environ", LOCPATH=str(self.folder)):
             self.run_inside(["flatbed-326"], "comma_locale.py", name)
 
-    def test_a_thousand_loads(self):
-        self.run_inside(["flatbed-326"], "load_rounds.py")
+    def test_odd_orders_of_calls(self):
+        # Protocol 402 talks to the scanner when it is opened.
+        for model, status_of_open in [("flatbed-326", "0"), ("adf-402", "9")]:
+            self.run_inside([model], "odd_orders.py", status_of_open, options=["--tolerate"])
 
-    def test_every_symbol_bound_at_load(self):
-        result = self.simulate(["flatbed-326"], ["env", "LD_BIND_NOW=1", "scanimage", "-L"])
-        self.assertIn("Flatbed 326", result.stdout)
+    def test_options_in_every_order(self):
+        # As large as the largest media, so that every area of the model can be scanned.
+        bed = "flatbed.width=2560,flatbed.height=4300,feeder.width=2560,feeder.sheets=99999"
+        for model in ["adf-402", "wicket-402"]:
+            self.run_front_end([[f"{model},{bed}", "--feature", "BOTTOMRIGHTX=216.1"]],
+                               "orders", "150", "1")
+
+    def test_a_thousand_loads(self):
+        for environment in [(), ("LD_BIND_NOW=1",)]:
+            self.run_front_end(["flatbed-326", "lut-402"], "loads", "1000", "2",
+                               environment=environment)
+
+    def test_rounds_of_open_scan_and_close(self):
+        self.run_front_end(["flatbed-326", "combo-326", "combo-401", "wicket-402"], "rounds",
+                           "200")
+
+    def test_many_sheets(self):
+        for model, slack in [("adf-402", "0"), ("combo-401", "0"), ("wicket-402", "1000000")]:
+            self.run_front_end([f"{model},feeder.sheets=10"], "batch", "10", "75", slack)
+
+    def test_a_large_page_is_not_held(self):
+        self.run_front_end(["flatbed-326"], "page", "600")
 
 
 if __name__ == "__main__":

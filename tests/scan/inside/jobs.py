@@ -56,12 +56,23 @@ def check_cancel_from_another_thread(sane, name, page):
             assert scanner.read_page() == (Sane.EOF, page)
 
 
-def check_exit_with_open_handle(sane, name):
-    scanner = sane.open(name)
-    scanner.close()
-    sane.exit()
-    sane.init()
-    assert sane.devices() == [name]
+def check_sizes_of_reads(sane, name):
+    """Down to a byte each, with none asked for in between."""
+    with sane.open(name) as scanner:
+        scanner.set("resolution", 75)
+        scanner.set("mode", "8-bit Grayscale")
+        scanner.set("br-x", 33.3)
+        scanner.set("br-y", 27.7)
+        parameters = scanner.parameters()
+        status, page = scanner.read_page()
+        assert status == Sane.EOF
+        assert len(page) == parameters.bytes_per_line * parameters.lines
+        assert (parameters.bytes_per_line, parameters.lines) == (98, 81)
+        for size in (1, 97, 98, 99, 8188, 32768, 1 << 20):
+            assert scanner.start() == Sane.GOOD
+            assert scanner.read(0) == (Sane.GOOD, b"")
+            assert scanner.read(-1) == (Sane.GOOD, b"")
+            assert scanner.read_to_end(size) == (Sane.EOF, page), size
 
 
 def check_list_while_scanning(sane, name, page):
@@ -82,5 +93,5 @@ with Sane() as sane:
         assert status == Sane.EOF and len(page) > 100000
     check_order(sane, name, page)
     check_cancel_from_another_thread(sane, name, page)
-    check_exit_with_open_handle(sane, name)
+    check_sizes_of_reads(sane, name)
     check_list_while_scanning(sane, name, page)

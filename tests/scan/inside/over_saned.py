@@ -27,6 +27,9 @@ try:
     listed = subprocess.run(["scanimage", "-L"], env=client, check=True, capture_output=True,
                             text=True).stdout
     assert f"device `{NAME}' is a Quillon Combo 402 Scanner" in listed, listed
+    check = subprocess.run(["scanimage", "-d", NAME, "-T"], env=client, check=True,
+                           capture_output=True, text=True).stderr
+    assert "PASS" in check and "FAIL" not in check, check
     # In one process, because each has to wait for the search.
     subprocess.run(scan + ["--batch=page%d.pnm", "--batch-count=3", "--source",
                            "Automatic Document Feeder", "-y", "60"], env=client, check=True)

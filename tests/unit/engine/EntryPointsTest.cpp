@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -60,6 +61,36 @@ TEST(OpenDeviceTest, FailureWritesNoHandle)
         EXPECT_EQ(sane_ScanLib_open(name, &handle), SANE_STATUS_UNSUPPORTED);
         EXPECT_EQ(handle, &other);
     }
+}
+
+// What a front end has that goes on behind a failed open.
+TEST(NoHandleTest, IsRefused)
+{
+    SANE_Word value = 75;
+    SANE_Int info = 0;
+    for (const SANE_Action action : {SANE_ACTION_GET_VALUE, SANE_ACTION_SET_VALUE}) {
+        EXPECT_EQ(sane_ScanLib_control_option(nullptr, 2, action, &value, &info),
+                  SANE_STATUS_INVAL);
+    }
+    SANE_Parameters parameters = {};
+    EXPECT_EQ(sane_ScanLib_get_parameters(nullptr, &parameters), SANE_STATUS_INVAL);
+    EXPECT_EQ(sane_ScanLib_start(nullptr), SANE_STATUS_INVAL);
+    SANE_Byte data[10];
+    SANE_Int length = 5;
+    EXPECT_EQ(sane_ScanLib_read(nullptr, data, 10, &length), SANE_STATUS_INVAL);
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(sane_ScanLib_set_io_mode(nullptr, SANE_FALSE), SANE_STATUS_UNSUPPORTED);
+    EXPECT_EQ(sane_ScanLib_get_select_fd(nullptr, nullptr), SANE_STATUS_UNSUPPORTED);
+    sane_ScanLib_get_option_descriptor(nullptr, 0);
+    sane_ScanLib_cancel(nullptr);
+    sane_ScanLib_close(nullptr);
+}
+
+TEST(NullPointersTest, AreRefused)
+{
+    EXPECT_EQ(sane_ScanLib_get_devices(nullptr, SANE_FALSE), SANE_STATUS_INVAL);
+    EXPECT_EQ(sane_ScanLib_open("libusb/001/002", nullptr), SANE_STATUS_INVAL);
+    EXPECT_EQ(sane_ScanLib_open(nullptr, nullptr), SANE_STATUS_INVAL);
 }
 
 // ---- the device list -----------------------------------------------------------------------
@@ -232,6 +263,55 @@ TEST_F(HandleTest, FailedStartMirrorsForAnySource)
     for (const char* line : kMirrorLog) {
         EXPECT_THAT(log.plainMessages(), Not(Contains(line)));
     }
+}
+
+// ---- odd arguments -------------------------------------------------------------------------
+
+TEST_F(HandleTest, NullPointers)
+{
+    start();
+    engine->transport->steps = {{0, ramp(100)}};
+    SANE_Byte data[50];
+    EXPECT_EQ(sane_ScanLib_read(handle(), data, 50, nullptr), SANE_STATUS_GOOD);
+    EXPECT_EQ(data[49], ramp(50).back());
+    length = -1;
+    EXPECT_EQ(sane_ScanLib_read(handle(), nullptr, 50, &length), SANE_STATUS_GOOD);
+    EXPECT_EQ(length, 0);
+    EXPECT_EQ(sane_ScanLib_get_parameters(handle(), nullptr), SANE_STATUS_GOOD);
+    EXPECT_EQ(read(50), SANE_STATUS_GOOD) << "nothing has got lost";
+    EXPECT_EQ(length, 50);
+    EXPECT_EQ(read(50), SANE_STATUS_EOF);
+}
+
+TEST_F(HandleTest, LengthsBelowOne)
+{
+    start();
+    engine->transport->steps = {{0, ramp(100)}};
+    SANE_Byte data[1] = {7};
+    for (const SANE_Int size : {0, -1, -40000, std::numeric_limits<SANE_Int>::min()}) {
+        length = -1;
+        EXPECT_EQ(sane_ScanLib_read(handle(), data, size, &length), SANE_STATUS_GOOD);
+        EXPECT_EQ(length, 0);
+        EXPECT_EQ(data[0], 7);
+    }
+    EXPECT_THAT(*calls, IsEmpty()) << "nothing to ask the device for";
+    EXPECT_EQ(read(100), SANE_STATUS_GOOD);
+    EXPECT_EQ(length, 100);
+}
+
+TEST_F(HandleTest, ReadsOutsideOfAFrame)
+{
+    EXPECT_NE(read(), SANE_STATUS_GOOD) << "before any start";
+    start();
+    engine->transport->steps = {{1, ramp(100)}};
+    EXPECT_EQ(read(), SANE_STATUS_GOOD);
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(read(), SANE_STATUS_EOF);
+        EXPECT_EQ(length, 0);
+    }
+    cancel();
+    EXPECT_NE(read(), SANE_STATUS_GOOD);
+    EXPECT_EQ(length, 0);
 }
 
 // ---- the dump file -------------------------------------------------------------------------
