@@ -106,7 +106,12 @@ int UsbDevice::open(UsbClient& client, bool forWriting)
     if (forWriting && model_.isReadOnly) {
         return EACCES;
     }
-    if (const int error = carryOut(FaultEvent::Open)) {
+    const std::optional<Fault> fault = faults_.happen(FaultEvent::Open);
+    if (fault && fault->action == FaultAction::ReadOnly) {
+        if (forWriting) {
+            return EACCES;
+        }
+    } else if (const int error = carryOut(fault)) {
         return error;
     }
     clients_.insert(&client);
@@ -327,6 +332,9 @@ void UsbDevice::write(UsbClient& client, Urb urb)
     } else if (result == TransferResult::Stall) {
         halted_.insert(urb.endpoint);
         complete(client, std::move(urb), -EPIPE);
+    } else if (result == TransferResult::Short) {
+        urb.actual = scanner_.bytesTaken();
+        complete(client, std::move(urb), 0);
     } else {
         client.pending.push_back(std::move(urb));
         vanish(result);

@@ -117,6 +117,19 @@ TEST_F(Usb, ReadOnlyNodeAllowsNothing)
                   "open 1\nindices 1 2\nstring -1 -\nstring -1 -\nconfigure -1\nclaim -1\n");
 }
 
+TEST_F(Usb, NodeLosesItsWritePermission)
+{
+    EXPECT_EQ(output("--usb flatbed-326 --fault 'open always: read-only'", "find open claim"),
+              std::string(kFound) + "open 1\nclaim -1\n");
+}
+
+TEST_F(Usb, PartOfACommandIsTaken)
+{
+    EXPECT_EQ(output("--usb flatbed-326 --fault 'command lock: short 7'",
+                     "find open configure claim write=lock write=unlock read=512"),
+              std::string(kReady) + "write 7\nwrite 8\nread 8 1B 53 06 00 00 00 80 00\n");
+}
+
 TEST_F(Usb, SilentDeviceTimesOut)
 {
     EXPECT_EQ(output("--usb flatbed-326",
