@@ -285,11 +285,7 @@ int UsbDevice::checkInterface(UsbClient& client, unsigned interface)
     }
     journal_.complain("a transfer on interface " + std::to_string(interface) +
                       ", which is not claimed");
-    if (hasDriver_ || isClaimedByOther(client, interface)) {
-        return EBUSY;
-    }
-    client.claims.insert(interface);
-    return 0;
+    return claim(client, interface);
 }
 
 int UsbDevice::submit(UsbClient& client, Urb urb)

@@ -103,6 +103,18 @@ TEST_F(Usb, ClaimsCanFail)
         std::string(kFound) + "open 1\nconfigure -1\n");
 }
 
+// A transfer without a claim makes one, which is refused as well.
+TEST_F(Usb, HeldInterfaceTakesNoTransfers)
+{
+    const std::string steps = "find open claim write=properties read=512";
+    EXPECT_NE(output("--usb flatbed-326 --fault 'claim always: held'", steps)
+                  .find("open 1\nclaim -16\nwrite -16\nread -16\n"),
+              std::string::npos);
+    EXPECT_NE(output("--usb flatbed-326 --fault 'claim: held'", steps)
+                  .find("open 1\nclaim -16\nwrite 8\nread "),
+              std::string::npos);
+}
+
 // The first handle stays open, so the second one finds the interface taken.
 TEST_F(Usb, ClaimBelongsToTheOpenFile)
 {
