@@ -97,6 +97,10 @@ void ControlChannel::serve(int fd)
 {
     char buffer[1024];
     const ssize_t count = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
+    // The event may be that of another file, which had this number when it was polled.
+    if (count < 0 && errno == EAGAIN) {
+        return;
+    }
     std::string& line = clients_[fd];
     if (count <= 0 || line.size() > kMaxLine) {
         close(fd);
