@@ -161,10 +161,11 @@ int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
     SL_RETURN(1);
 }
 
-void InterleaveHandler::Finish(DataBuffer* in, ImageData* img)
+bool InterleaveHandler::Finish(DataBuffer* in, ImageData* img)
 {
     DoInterleave(in, img);
     if (img->GetInterleave() != 0 && in->GetProcessedDataSize() > 0) {
         InterleaveLine(in, img);
     }
+    return in->GetProcessedDataSize() == 0;
 }

@@ -18,6 +18,7 @@ public:
     // Merges the next line, of which bytes that in does not hold count as zero.
     void InterleaveLine(DataBuffer* in, ImageData* img);
 
-    // At the end of the data: merges what is left of a last line.
-    void Finish(DataBuffer* in, ImageData* img);
+    // At the end of the data: merges what is left of a last line. False if there are bytes
+    // that belong to no line, because the device announced lines without pixels.
+    bool Finish(DataBuffer* in, ImageData* img);
 };

@@ -614,11 +614,12 @@ int ScanLib::finishStages()
 {
     isDataOver = true;
     decompressAll();
-    const bool isWhole = MyDecompressor->Finish(Buffer.get());
-    Interleaver->Finish(Buffer.get(), Image.get());
+    const bool isDecompressed = MyDecompressor->Finish(Buffer.get());
+    const bool isMerged = Interleaver->Finish(Buffer.get(), Image.get());
     ImageHandler->Finish(Image.get());
     // What is left of a cancelled job is never whole.
-    return isWhole || cancelToken.isDraining() ? SANE_STATUS_EOF : SANE_STATUS_IO_ERROR;
+    const bool isWhole = (isDecompressed && isMerged) || cancelToken.isDraining();
+    return isWhole ? SANE_STATUS_EOF : SANE_STATUS_IO_ERROR;
 }
 
 // A page that only broke off must not pass for a whole one.

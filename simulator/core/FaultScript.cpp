@@ -28,6 +28,7 @@ struct ActionName {
 using A = FaultAction;
 
 constexpr std::uint32_t kAnySize = 0x7FFFFFFF;
+constexpr std::uint32_t kByte = 0xFF;
 
 // What can happen to everything that the scanner says.
 std::vector<FaultAction> transferActions(const std::vector<FaultAction>& more)
@@ -45,7 +46,7 @@ const std::vector<EventName>& events()
     constexpr Transport usb = Transport::Usb;
     constexpr Transport network = Transport::Network;
     static const std::vector<EventName> table = {
-        {"open", FaultEvent::Open, {A::Refuse, A::Unplug, A::Replug}, usb},
+        {"open", FaultEvent::Open, {A::Refuse, A::ReadOnly, A::Unplug, A::Replug}, usb},
         {"set-configuration", FaultEvent::SetConfiguration, {A::Refuse, A::Unplug, A::Replug}, usb},
         {"claim", FaultEvent::Claim, {A::Busy, A::Held, A::Refuse, A::Unplug, A::Replug}, usb},
         {"detach", FaultEvent::Detach, {A::Refuse, A::Unplug, A::Replug}, usb},
@@ -63,16 +64,23 @@ const std::vector<EventName>& events()
          network},
         {"command",
          FaultEvent::Command,
-         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Reset, A::HalfClose}},
-        {"reply", FaultEvent::Reply, transferActions({A::Status, A::Feeder, A::Flip})},
-        {"page", FaultEvent::Page, {A::Cut}},
-        {"marker", FaultEvent::Marker, transferActions({A::Jam})},
-        {"block", FaultEvent::Block, transferActions({A::Jam})},
+         {A::Stall, A::Timeout, A::Unplug, A::Replug, A::Reset, A::HalfClose, A::Short, A::Ignore,
+          A::RemovePaper}},
+        {"reply", FaultEvent::Reply,
+         transferActions({A::Status, A::Feeder, A::Flip, A::Code, A::Precede, A::DataLength,
+                          A::Sources, A::Resolutions, A::Omit, A::Twice})},
+        {"page", FaultEvent::Page, {A::Cut, A::Keep, A::Lines}},
+        {"marker", FaultEvent::Marker,
+         transferActions({A::Jam, A::Code, A::DataLength, A::Omit, A::Twice, A::Late, A::Pixels,
+                          A::Lines, A::Offset, A::Trim, A::Interleave})},
+        {"block", FaultEvent::Block,
+         transferActions({A::Jam, A::Code, A::DataLength, A::Omit, A::Twice, A::Record})},
         {"chunk",
          FaultEvent::Chunk,
          {A::FlipBits, A::Truncate, A::Shorten, A::Size, A::Oversize, A::Undersize, A::Lines,
           A::Pixels, A::Quality}},
-        {"end", FaultEvent::End, transferActions({A::Jam})},
+        {"end", FaultEvent::End,
+         transferActions({A::Jam, A::Code, A::DataLength, A::Omit, A::Twice, A::Follow})},
     };
     return table;
 }
@@ -100,6 +108,7 @@ const std::vector<ActionName>& actions()
         {"flip", A::Flip, false, 0},
         {"jam", A::Jam, false, 0},
         {"cut", A::Cut, true, 1},
+        {"keep", A::Keep, true, 0},
         {"flip-bits", A::FlipBits, true, 1},
         {"shorten", A::Shorten, true, 3},
         {"size", A::Size, true, 0, 0xFFFFFFFF},
@@ -116,6 +125,22 @@ const std::vector<ActionName>& actions()
         {"length", A::Length, true, 0, 0xFFFFFFFF, network},
         {"extra", A::Extra, true, 1, kAnySize, network},
         {"lose", A::Lose, true, 1, kAnySize, network},
+        {"read-only", A::ReadOnly, false, 0},
+        {"ignore", A::Ignore, false, 0},
+        {"remove-paper", A::RemovePaper, false, 0},
+        {"code", A::Code, true, 0, kByte},
+        {"precede", A::Precede, true, 0, kByte},
+        {"data-length", A::DataLength, true, 0, 0xFFFF},
+        {"sources", A::Sources, true, 255, kByte},
+        {"resolutions", A::Resolutions, true, 255, kByte},
+        {"omit", A::Omit, false, 0},
+        {"twice", A::Twice, false, 0},
+        {"late", A::Late, true, 1},
+        {"offset", A::Offset, true, 0, 0xFFFFFFFF},
+        {"trim", A::Trim, true, 0, 0xFFFFFFFF},
+        {"interleave", A::Interleave, true, 1, kByte},
+        {"record", A::Record, true, 0, kByte},
+        {"follow", A::Follow, true, 1000, 0xFF00},
     };
     return table;
 }
@@ -259,7 +284,7 @@ std::string FaultScript::help()
 
 Events                            Actions
   on USB
-  open                            refuse [ERRNO]  unplug  replug
+  open                            refuse [ERRNO]  read-only  unplug  replug
   set-configuration, release      refuse [ERRNO]  unplug  replug
   detach                          refuse [ERRNO]  unplug  replug
   claim                           busy  held  refuse [ERRNO]  unplug  replug
@@ -272,12 +297,19 @@ Events                            Actions
                                   magic  length N  extra N  lose N
   on both
   command NAME                    stall  timeout  unplug  replug  reset  half-close
-  reply NAME                      as marker, without jam; status N  feeder N  flip
-  marker, block, end              stall  timeout  unplug  replug  zero  short N  delay MS
-                                  stray N  garbage N  truncate N  jam
+                                  ignore  short N  remove-paper
+  reply NAME, marker, block, end  stall  timeout  unplug  replug  zero  short N  delay MS
+                                  stray N  garbage N  truncate N  omit  twice
+                                  code N  data-length N
                                   reset N  half-close N  vanish N  silence N
                                   magic  length N  extra N  lose N
-  page                            cut N
+    reply, too                    status N  feeder N  flip  precede N
+                                  sources N  resolutions N
+    marker, too                   jam  late N  pixels N  lines N  offset N  trim N
+                                  interleave N
+    block, too                    jam  record N
+    end, too                      jam  follow N
+  page                            cut N  keep N  lines N
   chunk                           flip-bits N  truncate N  shorten N  size N  oversize N
                                   undersize N  lines N  pixels N  quality N
 NAME: cancel feeder-status properties lock start unlock wake
@@ -290,6 +322,7 @@ NAME: cancel feeder-status properties lock start unlock wake
   replug    the device disappears, and comes back at once under another file number; on the
             network it knows nothing of the connection any more
   refuse    the call fails with ERRNO (1, not permitted, if none is given)
+  read-only the device file can only be opened for reading (EACCES)
   busy      a kernel driver holds the interface until it is detached
   held      the interface is busy, detached or not
   zero      a transfer (frame) of no bytes comes first
@@ -298,11 +331,35 @@ NAME: cancel feeder-status properties lock start unlock wake
   stray     N bytes of garbage (8) come first
   garbage   N bytes of garbage (8) come instead
   truncate  only the first N bytes (5) come
+  omit      it does not come; what follows does
+  twice     it comes twice
+  ignore    the command is taken, and nothing comes of it
+  short     (of a command) only N bytes (1) of it are taken, and nothing comes of it
+  remove-paper
+            the feeder is empty from now on, before the command is carried out
+  code      the code of the reply or the record is N (0)
+  precede   a reply with the code N (0) and nothing else comes first
+  data-length
+            its own length field says N (0)
+  sources   the properties' number of sources is N (255)
+  resolutions
+            the number of resolutions of the first source is N (255)
+  late      the marker comes after N blocks (1), if the page has so many
+  pixels    the width in the marker is N (0)
+  lines     the height in the marker is N (0)
+  offset    the horizontal offset in the marker is N (0)
+  trim      the trim in the marker is N (0)
+  interleave
+            the interleave flag in the marker is N (1)
+  record    a record of its own with the code N (0) comes first
+  follow    a block of N bytes of garbage (1000) follows
   status    the reply has status N (136)
   feeder    the reply has feeder status N (0)
   flip      the reply has the flip flag set
   jam       a paper jam is reported instead, and the page is over
   cut       the page ends N bytes (1) early
+  keep      the page ends after N bytes (0)
+  lines     (of a page) the page has N lines (0), whatever is asked for
 
 Only on the network, about the frame (or first frame) of what is sent:
   reset       N of its bytes (0) are sent, then the connection is reset

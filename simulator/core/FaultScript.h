@@ -47,6 +47,7 @@ enum class FaultAction {
     Flip,
     Jam,
     Cut,
+    Keep,
     FlipBits,
     Shorten,
     Size,
@@ -62,7 +63,23 @@ enum class FaultAction {
     Magic,
     Length,
     Extra,
-    Lose
+    Lose,
+    ReadOnly,
+    Ignore,
+    RemovePaper,
+    Code,
+    Precede,
+    DataLength,
+    Sources,
+    Resolutions,
+    Omit,
+    Twice,
+    Late,
+    Offset,
+    Trim,
+    Interleave,
+    Record,
+    Follow
 };
 
 struct Fault {
@@ -83,6 +100,9 @@ public:
 
     // Throws InputError for text that is not a rule, or an action that the event cannot have.
     void add(const std::string& rule);
+
+    // Nothing goes wrong any more.
+    void forget() { rules_.clear(); }
 
     // An event happens; the answer is what goes wrong with it, if anything.
     std::optional<Fault> happen(FaultEvent event);

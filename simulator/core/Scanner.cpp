@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "CompressedPageStream.h"
+#include "FieldFault.h"
+#include "LimitedPageStream.h"
 #include "RawPageStream.h"
 
 namespace scansim {
@@ -49,6 +51,10 @@ TransferResult resultOf(FaultAction action)
         return TransferResult::Reset;
     case FaultAction::HalfClose:
         return TransferResult::HalfClose;
+    case FaultAction::Short:
+        return TransferResult::Short;
+    case FaultAction::Ignore:
+        return TransferResult::Done;
     default:
         return TransferResult::Nothing;
     }
@@ -81,8 +87,12 @@ TransferResult Scanner::write(const Bytes& bytes)
     }
     if (const std::optional<Fault> fault = faults_.happen(FaultEvent::Command, command->id)) {
         noteFault(*fault);
-        isHung_ = fault->action == FaultAction::Timeout;
-        return resultOf(fault->action);
+        if (fault->action != FaultAction::RemovePaper) {
+            isHung_ = fault->action == FaultAction::Timeout;
+            bytesTaken_ = std::min<std::size_t>(fault->argument, bytes.size());
+            return resultOf(fault->action);
+        }
+        sheets_ = 0;
     }
     handle(*command);
     return TransferResult::Done;
@@ -145,6 +155,7 @@ void Scanner::lock(const Command& command)
     isAwake_ = false;
     isScanning_ = false;
     page_.reset();
+    lateMarker_.reset();
     queue_.clear();
     repliesAfterPage_.clear();
 
@@ -256,22 +267,26 @@ void Scanner::startPage(const ScanRequest& request, SourceKind kind)
     } else {
         paper_ = glass_.sheet(1);
     }
-    std::unique_ptr<PageStream> page = openPage(request, kind, lines);
+    const Fault fault = faults_.happen(FaultEvent::Page).value_or(Fault{FaultAction::Cut, 0});
+    if (fault.action == FaultAction::Lines) {
+        lines = fault.argument;
+    }
+    page_ = openPage(request, kind, lines, fault.action == FaultAction::Cut ? fault.argument : 0);
     isScanning_ = true;
     isDisturbed_ = false;
     ++pagesStarted_;
     nextBlockTime_ = now_ + model_.blockDelayMs;
-    queuePageMarker(request, page->deviceWidth());
-    page_ = std::move(page);
     journal_.trace("page " + std::to_string(pagesStarted_) + ": " + std::to_string(request.pixels) +
                    " x " + std::to_string(lines) + " at " + std::to_string(request.dpi) + " dpi");
+    sendPageMarker(request);
+    if (fault.action == FaultAction::Keep && page_) {
+        page_ = std::make_unique<LimitedPageStream>(std::move(page_), fault.argument);
+    }
 }
 
 std::unique_ptr<PageStream> Scanner::openPage(const ScanRequest& request, SourceKind kind,
-                                              std::uint32_t lines)
+                                              std::uint32_t lines, std::uint32_t cut)
 {
-    const std::optional<Fault> fault = faults_.happen(FaultEvent::Page);
-    const std::uint32_t cut = fault ? fault->argument : 0;
     const Window window{request.dpi, request.offsetX, request.offsetY, request.pixels,
                         request.channels()};
     const LineLayout layout{model_.source(kind).isMirrored, model_.isBgr, model_.isInterleaved,
@@ -291,18 +306,39 @@ std::unique_ptr<PageStream> Scanner::openPage(const ScanRequest& request, Source
         nextFault, recorder_);
 }
 
-void Scanner::queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth)
+void Scanner::sendPageMarker(const ScanRequest& request)
 {
     PageGeometry geometry;
-    geometry.width = deviceWidth;
+    geometry.width = page_->deviceWidth();
     geometry.height = request.lines;
     geometry.isInterleaved = model_.isInterleaved;
     if (model_.isInterleaved) {
         geometry.offsetX = model_.interleaveOffsetX;
         geometry.trim = model_.interleaveTrim;
     }
-    queueTransfer(makePageMarker(geometry, condition()), faults_.happen(FaultEvent::Marker),
-                  queue_);
+    Bytes marker = makePageMarker(geometry, condition());
+    const std::optional<Fault> fault = faults_.happen(FaultEvent::Marker);
+    if (fault && fault->action == FaultAction::Jam) {
+        noteFault(*fault);
+        finishPage(RecordCode::Jam);
+    } else if (fault && fault->action == FaultAction::Late) {
+        noteFault(*fault);
+        lateMarker_ = std::move(marker);
+        blocksUntilMarker_ = fault->argument;
+    } else {
+        queueRecord(std::move(marker), fault);
+    }
+}
+
+// True if it was time for it.
+bool Scanner::sendLateMarker()
+{
+    if (!lateMarker_ || blocksUntilMarker_-- > 0) {
+        return false;
+    }
+    queueRecord(std::move(*lateMarker_), std::nullopt);
+    lateMarker_.reset();
+    return true;
 }
 
 Condition Scanner::condition(CommandId id) const
@@ -342,6 +378,16 @@ Condition Scanner::reply(CommandId id, Condition state, const Bytes& data)
     // A host that is refused something may leave a lock behind, or ask again.
     isDisturbed_ = isDisturbed_ || refuses(state.status);
     Bytes bytes = makeReply(id, state, contents);
+    if (fault && fault->action == FaultAction::Precede) {
+        Bytes first = makeReply(id, state);
+        first[kReplyCodeOffset] = static_cast<std::uint8_t>(fault->argument);
+        queueTransfer(std::move(first), std::nullopt, replyQueue());
+        noteFault(*fault);
+        fault.reset();
+    } else if (fault && spoilReply(bytes, *fault)) {
+        noteFault(*fault);
+        fault.reset();
+    }
     if (journal_.isTracing()) {
         journal_.trace(std::string("-> ") + commandName(id) + " replied  [" +
                        hex(bytes.data(), bytes.size()) + "]");
@@ -354,6 +400,16 @@ void Scanner::noteFault(const Fault& fault)
 {
     isDisturbed_ = true;
     journal_.trace(std::string("fault: ") + faultActionName(fault.action));
+}
+
+// A page marker or another scan record.
+void Scanner::queueRecord(Bytes record, const std::optional<Fault>& fault)
+{
+    if (fault && spoilRecord(record, *fault)) {
+        noteFault(*fault);
+        return queueTransfer(std::move(record), std::nullopt, queue_);
+    }
+    queueTransfer(std::move(record), fault, queue_);
 }
 
 void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault,
@@ -386,6 +442,11 @@ void Scanner::queueTransfer(Bytes bytes, const std::optional<Fault>& fault,
         case FaultAction::Delay:
             transfer.notBefore = now_ + fault->argument;
             break;
+        case FaultAction::Omit:
+            return;
+        case FaultAction::Twice:
+            queue.push_back(transfer);
+            break;
         case FaultAction::Stray:
             queueTransfer(garbage(fault->argument), std::nullopt, queue);
             break;
@@ -410,14 +471,20 @@ bool Scanner::refill()
     if (!page_) {
         return false;
     }
-    if (blocksUntilCancelled_ && (*blocksUntilCancelled_)-- == 0) {
-        finishPage(RecordCode::Cancelled);
-    } else if (page_->isOver()) {
-        finishPage(RecordCode::End);
-    } else {
-        queueBlock();
-    }
-    return true;
+    // A fault may keep a block, or the end, from coming at all.
+    do {
+        if (sendLateMarker()) {
+            break;
+        }
+        if (blocksUntilCancelled_ && (*blocksUntilCancelled_)-- == 0) {
+            finishPage(RecordCode::Cancelled);
+        } else if (page_->isOver()) {
+            finishPage(RecordCode::End);
+        } else {
+            queueBlock();
+        }
+    } while (queue_.empty() && page_);
+    return !queue_.empty();
 }
 
 void Scanner::queueBlock()
@@ -434,7 +501,17 @@ void Scanner::queueBlock()
     block.resize(headerSize);
     page_->append(block, model_.blockSize);
     writeBlockHeader(block.data(), model_.protocol, block.size() - headerSize, condition());
-    queueTransfer(std::move(block), fault, queue_);
+    if (fault && fault->action == FaultAction::Record) {
+        noteFault(*fault);
+        const auto code = static_cast<RecordCode>(fault->argument);
+        queueTransfer(makeScanRecord(model_.protocol, code, condition()), std::nullopt, queue_);
+        queueTransfer(std::move(block), std::nullopt, queue_);
+    } else {
+        queueRecord(std::move(block), fault);
+    }
+    if (queue_.empty()) {
+        return;
+    }
     Transfer& transfer = queue_.back();
     transfer.isImage = true;
     transfer.joinsNext = model_.packsBlocks && !page_->isOver();
@@ -455,13 +532,21 @@ void Scanner::queueEnd(RecordCode code)
         }
     }
     journal_.trace("-> scan record " + std::to_string(static_cast<int>(code)));
-    queueTransfer(makeScanRecord(model_.protocol, code, condition()), fault, queue_);
+    queueRecord(makeScanRecord(model_.protocol, code, condition()), fault);
+    if (fault && fault->action == FaultAction::Follow) {
+        const Bytes data = garbage(fault->argument);
+        Bytes block(blockFraming(model_.protocol).headerSize);
+        writeBlockHeader(block.data(), model_.protocol, data.size(), condition());
+        block.insert(block.end(), data.begin(), data.end());
+        queueTransfer(std::move(block), std::nullopt, queue_);
+    }
 }
 
 // The page is over; what the host asked for meanwhile can be answered now.
 void Scanner::finishPage(RecordCode code)
 {
     page_.reset();
+    lateMarker_.reset();
     recorder_.endPage();
     blocksUntilCancelled_.reset();
     queueEnd(code);
@@ -565,6 +650,7 @@ std::optional<std::uint64_t> Scanner::nextWake() const
 void Scanner::reset()
 {
     page_.reset();
+    lateMarker_.reset();
     recorder_.endPage();
     blocksUntilCancelled_.reset();
     queue_.clear();

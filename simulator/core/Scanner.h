@@ -22,7 +22,8 @@ enum class TransferResult {
     Unplug,
     Replug,
     Reset,
-    HalfClose
+    HalfClose,
+    Short  // only a part of what the host sent was taken
 };
 
 // One transfer of the scanner, for carriers that cut and wrap what it says in their own way.
@@ -46,6 +47,9 @@ public:
     // The host asks for up to `capacity` bytes; `out` gets what there is. A transfer ends where the
     // scanner ends it, so less than `capacity` may come while more waits.
     TransferResult read(std::size_t capacity, Bytes& out);
+
+    // After TransferResult::Short: how many bytes were taken.
+    std::size_t bytesTaken() const { return bytesTaken_; }
 
     // Instead of read(): the next transfer as a whole.
     TransferResult take(Piece& piece);
@@ -93,9 +97,11 @@ private:
     SourceKind sourceOf(const ScanRequest& request, bool& isKnown) const;
     bool canScan(const ScanRequest& request, SourceKind source);
     void startPage(const ScanRequest& request, SourceKind source);
+    std::uint32_t linesOf(const ScanRequest& request, SourceKind source) const;
     std::unique_ptr<PageStream> openPage(const ScanRequest& request, SourceKind source,
-                                         std::uint32_t lines);
-    void queuePageMarker(const ScanRequest& request, std::uint32_t deviceWidth);
+                                         std::uint32_t lines, std::uint32_t cut);
+    void sendPageMarker(const ScanRequest& request);
+    bool sendLateMarker();
     Condition reply(CommandId id, Condition condition, const Bytes& data = {});  // as it was sent
     Bytes flipData(bool isFlipped) const;
     Condition condition(CommandId id) const;
@@ -105,6 +111,7 @@ private:
     void queueBlock();
     void queueEnd(RecordCode code);
     void finishPage(RecordCode code);
+    void queueRecord(Bytes record, const std::optional<Fault>& fault);
     void queueTransfer(Bytes bytes, const std::optional<Fault>& fault, std::deque<Transfer>& queue);
     std::deque<Transfer>& replyQueue() { return page_ ? repliesAfterPage_ : queue_; }
     void noteFault(const Fault& fault);
@@ -134,6 +141,9 @@ private:
     std::shared_ptr<const Paper> paper_;
     std::unique_ptr<PageStream> page_;
     std::optional<std::uint32_t> blocksUntilCancelled_;
+    std::optional<Bytes> lateMarker_;
+    std::uint32_t blocksUntilMarker_ = 0;
+    std::size_t bytesTaken_ = 0;
     std::deque<Transfer> queue_;
     std::deque<Transfer> repliesAfterPage_;
 };

@@ -200,6 +200,7 @@ void NetDevice::carryOut(TransferResult result)
         return endWith(Ending::HalfClose);
     case TransferResult::Done:
     case TransferResult::Nothing:
+    case TransferResult::Short:
         return;
     }
 }

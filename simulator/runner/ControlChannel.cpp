@@ -97,7 +97,7 @@ void ControlChannel::serve(int fd)
 {
     char buffer[1024];
     const ssize_t count = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
-    // The number may have been that of another connection when it was ready to read.
+    // The event may be that of another file, which had this number when it was polled.
     if (count < 0 && errno == EAGAIN) {
         return;
     }

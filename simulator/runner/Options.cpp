@@ -179,8 +179,8 @@ what it was sent; 77 if this machine or user cannot simulate devices; 2 for a wr
 Control lines (COMMAND finds the socket for them in SCANNER_SIM_CONTROL)
   device N: unplug             device N: plug               device N: replug
   device N: open-port          device N: close-port
-  device N: load-sheets K      device N: fault FAULT        device N: state?
-  complaints?                  forget-complaints
+  device N: load-sheets K      device N: fault FAULT        device N: forget-faults
+  device N: state?             complaints?                  forget-complaints
 
 )" + FaultScript::help();
 }

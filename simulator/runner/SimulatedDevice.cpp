@@ -80,6 +80,8 @@ std::string SimulatedDevice::control(const std::string& line)
         scanner_.loadSheets(parseNumber(rest, 0, 1000000));
     } else if (verb == "fault") {
         faults_.add(rest);
+    } else if (verb == "forget-faults") {
+        faults_.forget();
     } else {
         throw InputError("unknown control '" + verb + "'");
     }

@@ -106,7 +106,12 @@ int UsbDevice::open(UsbClient& client, bool forWriting)
     if (forWriting && model_.isReadOnly) {
         return EACCES;
     }
-    if (const int error = carryOut(FaultEvent::Open)) {
+    const std::optional<Fault> fault = faults_.happen(FaultEvent::Open);
+    if (fault && fault->action == FaultAction::ReadOnly) {
+        if (forWriting) {
+            return EACCES;
+        }
+    } else if (const int error = carryOut(fault)) {
         return error;
     }
     clients_.insert(&client);
@@ -280,11 +285,7 @@ int UsbDevice::checkInterface(UsbClient& client, unsigned interface)
     }
     journal_.complain("a transfer on interface " + std::to_string(interface) +
                       ", which is not claimed");
-    if (hasDriver_ || isClaimedByOther(client, interface)) {
-        return EBUSY;
-    }
-    client.claims.insert(interface);
-    return 0;
+    return claim(client, interface);
 }
 
 int UsbDevice::submit(UsbClient& client, Urb urb)
@@ -327,6 +328,9 @@ void UsbDevice::write(UsbClient& client, Urb urb)
     } else if (result == TransferResult::Stall) {
         halted_.insert(urb.endpoint);
         complete(client, std::move(urb), -EPIPE);
+    } else if (result == TransferResult::Short) {
+        urb.actual = scanner_.bytesTaken();
+        complete(client, std::move(urb), 0);
     } else {
         client.pending.push_back(std::move(urb));
         vanish(result);

@@ -345,6 +345,26 @@ TEST_P(WholePageTest, Interleaved)
     EXPECT_EQ(acquireAll(engine, size()).bytes, line + line + line);
 }
 
+// Nothing of the page can be delivered, which must not pass for a whole page.
+TEST(AcquireImageTest, HalfLinesWithoutPixels)
+{
+    for (const int width : {0, -1}) {
+        TestEngine engine;
+        engine.startFrame();
+        engine.transport->steps = stepsOf(ramp(100), 10);
+        engine.transport->steps.front().during = [width](ImageData* image) {
+            image->SetInterleaveInfo(width, 10, 0, 0, 0);
+        };
+        const Got got = acquireAll(engine, 30);
+        EXPECT_EQ(got.status, 9);
+        EXPECT_TRUE(got.bytes.empty());
+        EXPECT_EQ(engine.count("command 5"), 1);
+        engine.startFrame();
+        engine.transport->steps = stepsOf(ramp(100), 10);
+        EXPECT_EQ(acquireAll(engine, 30).bytes, ramp(100));
+    }
+}
+
 // ---- unusual orders ------------------------------------------------------------------
 
 TEST(AcquireImageTest, ReadBeforeAnyStart)

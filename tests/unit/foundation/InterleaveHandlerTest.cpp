@@ -248,7 +248,7 @@ TEST(InterleaveHandler, TheRestOfALineIsFilledWithZero)
         DataBuffer in;
         fill(in, counting(size, 1));
         InterleaveHandler handler;
-        handler.Finish(&in, &image);
+        EXPECT_TRUE(handler.Finish(&in, &image));
         EXPECT_EQ(rawBytes(image), merged(counting(size, 1), g)) << size;
         EXPECT_EQ(in.GetProcessedDataSize(), 0);
         handler.Finish(&in, &image);
@@ -279,6 +279,19 @@ TEST(InterleaveHandler, UnusualGeometriesEnd)
                 }
             }
         }
+    }
+}
+
+TEST(InterleaveHandler, BytesThatBelongToNoLineAreNotPassedOver)
+{
+    for (const int width : {0, -1, INT_MIN}) {
+        ImageData image;
+        prepare(image, {"", RGB, width, 18, 0, 0});
+        DataBuffer in;
+        InterleaveHandler handler;
+        EXPECT_TRUE(handler.Finish(&in, &image)) << "an empty page lacks nothing";
+        fill(in, counting(36));
+        EXPECT_FALSE(handler.Finish(&in, &image));
     }
 }
 

@@ -25,8 +25,35 @@ struct FaultyPage {
         bench.begin(HostCommand());
         bench.read();
     }
+    // All that the host still gets to read.
+    std::vector<Bytes> rest()
+    {
+        std::vector<Bytes> reads;
+        for (Bytes bytes = bench.read(); !bytes.empty(); bytes = bench.read()) {
+            reads.push_back(bytes);
+        }
+        return reads;
+    }
+
     Bench bench;
 };
+
+// The page marker that a fault spoils; the page has 100 x 20 pixels.
+Bytes spoiltMarker(const std::string& action)
+{
+    Bench bench({"feeder.sheets=0", "fault=marker: " + action});
+    bench.begin(HostCommand());
+    return bench.read();
+}
+
+Bytes spoiltReply(CommandId id, const std::string& action)
+{
+    Bench bench({std::string("fault=reply ") + commandName(id) + ": " + action});
+    bench.send(id);
+    return bench.read(512);
+}
+
+constexpr std::size_t kBlocks = 6;  // of a page, the others being marker and end
 
 }  // namespace
 
@@ -73,11 +100,14 @@ TEST(FaultScript, HelpNamesEveryAction)
 {
     const std::string help = FaultScript::help();
     for (const char* word :
-         {"stall",    "timeout",   "unplug", "replug", "refuse",    "busy",     "held",
-          "zero",     "short",     "delay",  "stray",  "garbage",   "truncate", "status",
-          "feeder",   "flip",      "jam",    "cut",    "flip-bits", "shorten",  "size",
-          "oversize", "undersize", "lines",  "pixels", "quality",   "reset",    "half-close",
-          "vanish",   "silence",   "magic",  "length", "extra",     "lose"}) {
+         {"stall",      "timeout",    "unplug", "replug", "refuse",    "busy",     "held",
+          "zero",       "short",      "delay",  "stray",  "garbage",   "truncate", "status",
+          "feeder",     "flip",       "jam",    "cut",    "flip-bits", "shorten",  "size",
+          "oversize",   "undersize",  "lines",  "pixels", "quality",   "reset",    "half-close",
+          "vanish",     "silence",    "magic",  "length", "extra",     "lose",     "read-only",
+          "ignore",     "precede",    "code",   "omit",   "twice",     "late",     "remove-paper",
+          "keep",       "follow",     "record", "offset", "trim",      "sources",  "resolutions",
+          "interleave", "data-length"}) {
         EXPECT_NE(help.find(std::string("\n  ") + word), std::string::npos) << word;
     }
 }
@@ -209,12 +239,166 @@ TEST(Fault, CutPageEndsEarly)
     FaultyPage page("page: cut 1500");
     std::size_t size = 0;
     Bytes last;
-    for (Bytes bytes = page.bench.read(); !bytes.empty(); bytes = page.bench.read()) {
+    for (const Bytes& bytes : page.rest()) {
         size += bytes.size();
         last = bytes;
     }
     EXPECT_EQ(size, 5 * 9U + 4500U + 9U);
     EXPECT_EQ(last.at(8), 1);
+}
+
+TEST(Fault, PageEndsAfterItsBeginning)
+{
+    FaultyPage page("page: keep 1500");
+    const std::vector<Bytes> reads = page.rest();
+    ASSERT_EQ(reads.size(), 3U);
+    EXPECT_EQ(reads[0].size(), 1009U);
+    EXPECT_EQ(reads[1].size(), 509U);
+    EXPECT_EQ(reads[2].at(8), 1);
+    EXPECT_EQ(FaultyPage("page: keep 0").rest().size(), 1U);
+    EXPECT_EQ(FaultyPage("page: keep 1000000").rest().size(), kBlocks + 1);
+}
+
+TEST(Fault, CompressedPageEndsAfterItsBeginning)
+{
+    Bench bench({"stream=compressed", "compression-level=6", "protocol=402", "feeder.sheets=0",
+                 "fault=page: keep 100"});
+    HostCommand host;
+    host.protocol = 402;
+    host.compression = 1;
+    host.level = 6;
+    bench.begin(host);
+    bench.read();
+    EXPECT_EQ(bench.read().size(), 131U);
+    EXPECT_EQ(bench.read().at(8), 1);
+}
+
+TEST(Fault, PageOfOtherLengthThanAsked)
+{
+    EXPECT_EQ(FaultyPage("page: lines 40").rest().size(), 2 * kBlocks + 1);
+    EXPECT_EQ(FaultyPage("page: lines 0").rest().size(), 1U);
+}
+
+TEST(Fault, FieldsOfTheMarker)
+{
+    const Bytes good = spoiltMarker("code 9");
+    EXPECT_EQ(good.at(8), 9);
+    const struct {
+        const char* action;
+        std::size_t offset;
+        Bytes field;
+    } cases[] = {{"code 5", 8, {5}},
+                 {"data-length 0x1234", 4, {0x34, 0x12}},
+                 {"interleave", 10, {1}},
+                 {"pixels 0x01020304", 11, {4, 3, 2, 1}},
+                 {"lines 0xFFFFFFFF", 15, {255, 255, 255, 255}},
+                 {"offset 7", 19, {7, 0, 0, 0}},
+                 {"trim 9", 27, {9, 0, 0, 0}}};
+    for (const auto& [action, offset, field] : cases) {
+        Bytes expected = good;
+        std::copy(field.begin(), field.end(), expected.begin() + static_cast<long>(offset));
+        EXPECT_EQ(spoiltMarker(action), expected) << action;
+    }
+}
+
+TEST(Fault, MarkerThatDoesNotComeOrComesLateOrTwice)
+{
+    EXPECT_EQ(spoiltMarker("omit").at(8), 0);
+    FaultyPage twice("marker: twice");
+    EXPECT_EQ(twice.bench.read().at(8), 9);
+    EXPECT_EQ(twice.rest().size(), kBlocks + 1);
+    FaultyPage late("marker: late 2");  // its first block has been read
+    const std::vector<Bytes> reads = late.rest();
+    ASSERT_EQ(reads.size(), kBlocks + 1);
+    EXPECT_EQ(reads[0].at(8), 0);
+    EXPECT_EQ(reads[1].at(8), 9);
+    EXPECT_EQ(reads[2].at(8), 0);
+    EXPECT_EQ(FaultyPage("marker: late 99").rest().size(), kBlocks);
+}
+
+TEST(Fault, JamBeforeTheFirstBlock)
+{
+    EXPECT_EQ(spoiltMarker("jam").at(8), 5);
+    FaultyPage page("marker: jam");
+    EXPECT_TRUE(page.bench.read().empty());
+    page.bench.begin(HostCommand());
+    EXPECT_EQ(page.bench.read().at(8), 9);
+}
+
+TEST(Fault, RecordsAndFieldsOfBlocks)
+{
+    FaultyPage record("block 2: record 7");
+    const std::vector<Bytes> reads = record.rest();
+    ASSERT_EQ(reads.size(), kBlocks + 2);
+    EXPECT_EQ(reads[1].size(), 9U);
+    EXPECT_EQ(reads[1].at(8), 7);
+    EXPECT_EQ(reads[2].size(), 1009U);
+    EXPECT_EQ(FaultyPage("block: code 4").bench.read().at(8), 4);
+    EXPECT_EQ(FaultyPage("block: data-length 0x102").bench.read().at(4), 2);
+    EXPECT_EQ(FaultyPage("block 2: omit").rest().size(), kBlocks);
+    EXPECT_EQ(FaultyPage("block always: omit").rest().size(), 1U);
+    EXPECT_EQ(FaultyPage("block 2: twice").rest().size(), kBlocks + 2);
+}
+
+TEST(Fault, EndOfThePage)
+{
+    EXPECT_EQ(FaultyPage("end: code 200").rest().back().at(8), 200);
+    EXPECT_EQ(FaultyPage("end: omit").rest().size(), kBlocks);
+    EXPECT_EQ(FaultyPage("end: twice").rest().size(), kBlocks + 2);
+    FaultyPage more("end: follow 50");
+    const std::vector<Bytes> reads = more.rest();
+    ASSERT_EQ(reads.size(), kBlocks + 2);
+    EXPECT_EQ(reads[kBlocks].at(8), 1);
+    EXPECT_EQ(reads[kBlocks + 1].size(), 59U);
+}
+
+TEST(Fault, FieldsOfReplies)
+{
+    EXPECT_EQ(spoiltReply(CommandId::Properties, "code 6").at(2), 6);
+    EXPECT_EQ(spoiltReply(CommandId::Properties, "data-length 0xFFFE").at(5), 0xFF);
+    EXPECT_EQ(spoiltReply(CommandId::Properties, "sources").at(14), 255);
+    EXPECT_EQ(spoiltReply(CommandId::Properties, "resolutions 9").at(29), 9);
+    EXPECT_TRUE(spoiltReply(CommandId::Properties, "omit").empty());
+    // A short reply has no such field.
+    EXPECT_EQ(spoiltReply(CommandId::FeederStatus, "sources").size(), 8U);
+}
+
+TEST(Fault, AnotherReplyComesFirst)
+{
+    Bench bench({"fault=reply properties: precede 5"});
+    bench.send(CommandId::Properties);
+    EXPECT_EQ(bench.read(512), (Bytes{0x1B, 0x53, 0x05, 0, 0, 0, 0x80, 2}));
+    EXPECT_EQ(bench.read(512).at(2), 0x03);
+}
+
+TEST(Fault, CommandsWithoutEffect)
+{
+    Bench ignored({"fault=command properties: ignore"});
+    EXPECT_EQ(ignored.send(CommandId::Properties), TransferResult::Done);
+    EXPECT_TRUE(ignored.read().empty());
+    Bench cut({"fault=command properties: short 3"});
+    EXPECT_EQ(cut.send(CommandId::Properties), TransferResult::Short);
+    EXPECT_EQ(cut.scanner->bytesTaken(), 3U);
+    EXPECT_TRUE(cut.read().empty());
+    cut.send(CommandId::Properties);
+    EXPECT_EQ(cut.read(512).at(2), 0x03);
+}
+
+TEST(Fault, PaperIsTakenOut)
+{
+    Bench bench({"fault=command feeder-status: remove-paper"});
+    bench.send(CommandId::FeederStatus);
+    EXPECT_EQ(bench.read().at(7), 1);
+    EXPECT_EQ(bench.scanner->sheets(), 0U);
+}
+
+TEST(FaultScript, Forgets)
+{
+    FaultScript script;
+    script.add("block always: stall");
+    EXPECT_TRUE(script.happen(FaultEvent::Block));
+    script.forget();
+    EXPECT_FALSE(script.happen(FaultEvent::Block));
 }
 
 }  // namespace scansim::test

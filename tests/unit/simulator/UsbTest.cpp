@@ -103,6 +103,18 @@ TEST_F(Usb, ClaimsCanFail)
         std::string(kFound) + "open 1\nconfigure -1\n");
 }
 
+// A transfer without a claim makes one, which is refused as well.
+TEST_F(Usb, HeldInterfaceTakesNoTransfers)
+{
+    const std::string steps = "find open claim write=properties read=512";
+    EXPECT_NE(output("--usb flatbed-326 --fault 'claim always: held'", steps)
+                  .find("open 1\nclaim -16\nwrite -16\nread -16\n"),
+              std::string::npos);
+    EXPECT_NE(output("--usb flatbed-326 --fault 'claim: held'", steps)
+                  .find("open 1\nclaim -16\nwrite 8\nread "),
+              std::string::npos);
+}
+
 // The first handle stays open, so the second one finds the interface taken.
 TEST_F(Usb, ClaimBelongsToTheOpenFile)
 {
@@ -115,6 +127,19 @@ TEST_F(Usb, ReadOnlyNodeAllowsNothing)
     EXPECT_EQ(output("--usb flatbed-326,read-only=1", "find open strings configure claim"),
               std::string(kFound) +
                   "open 1\nindices 1 2\nstring -1 -\nstring -1 -\nconfigure -1\nclaim -1\n");
+}
+
+TEST_F(Usb, NodeLosesItsWritePermission)
+{
+    EXPECT_EQ(output("--usb flatbed-326 --fault 'open always: read-only'", "find open claim"),
+              std::string(kFound) + "open 1\nclaim -1\n");
+}
+
+TEST_F(Usb, PartOfACommandIsTaken)
+{
+    EXPECT_EQ(output("--usb flatbed-326 --fault 'command lock: short 7'",
+                     "find open configure claim write=lock write=unlock read=512"),
+              std::string(kReady) + "write 7\nwrite 8\nread 8 1B 53 06 00 00 00 80 00\n");
 }
 
 TEST_F(Usb, SilentDeviceTimesOut)
