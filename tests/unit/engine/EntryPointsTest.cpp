@@ -20,6 +20,7 @@
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::Not;
 using namespace entry;
 
