@@ -17,7 +17,7 @@ INTRODUCTION = """\
 What devices can do wrong, and what a front end sees of it. Each row is a test on a simulated
 scanner, with genuine libusb, sockets and SANE. To run them ({rounds} faults in {rows} rows):
 
-    ctest --preset release -R scan.faults --verbose
+    ctest --test-dir build/release -R scan.faults --verbose
 
 This page is made from the table that the test carries out, `tests/scan/fault_table.py`, and the
 test fails where the two differ. Faults are written as `scanner-sim --fault` takes them, see
@@ -93,9 +93,16 @@ def section(groups):
     return "\n".join(lines) + "\n"
 
 
+def row_count():
+    return sum(len(group.rows) for group in GROUPS)
+
+
+def fault_count():
+    return sum(len(row.values) for group in GROUPS for row in group.rows)
+
+
 def text():
-    rows = [row for group in GROUPS for row in group.rows]
-    introduction = INTRODUCTION.format(rows=len(rows), rounds=sum(len(row.values) for row in rows))
+    introduction = INTRODUCTION.format(rows=row_count(), rounds=fault_count())
     sections = [section(list(groups)) for _, groups in groupby(GROUPS, lambda group: group.name)]
     return "\n".join([introduction, *sections])
 

@@ -79,6 +79,10 @@ class Faults(simulation.ScanTestCase):
                          "docs/faults.md is not made from tests/scan/fault_table.py; "
                          "tests/scan/fault_page.py makes it anew")
 
+    def test_the_figure_is_right(self):
+        readme = fault_page.PATH.parents[1] / "README.md"
+        self.assertIn(f"{fault_page.fault_count()} faults", readme.read_text())
+
 
 CHOSEN = [sys.argv.pop() for _ in sys.argv[1:]]
 
