@@ -15,6 +15,10 @@ import fault_table
 import simulation
 
 PRELOADS = Path(os.environ["SCAN_PRELOAD_DIR"])
+# The leak check asks for itself, and has to follow pointers through Python's objects.
+SANITIZED = ["PYTHONMALLOC=malloc", "ASAN_OPTIONS=leak_check_at_exit=0"]
+# What the allocator keeps for later would count as memory in use.
+PLAIN = ["GLIBC_TUNABLES=glibc.malloc.tcache_count=0"]
 AT_ONCE = 3
 # Seconds that calls may take on top, of a clock that is not a fast one.
 SLOWNESS = 4 if simulation.PRELOAD else 1
@@ -42,18 +46,14 @@ class Faults(simulation.ScanTestCase):
             {"rows": rows_of(group), "options": group.options, "sheets": group.sheets,
              "block": fault_table.BLOCK, "isFast": group.speed > 1}))
         libraries = [simulation.PRELOAD] if simulation.PRELOAD else []
-        # What the allocator keeps for later would count as memory in use; and a sanitizer has to
-        # follow pointers through Python's objects.
-        environment = (["PYTHONMALLOC=malloc"] if simulation.PRELOAD
-                       else ["GLIBC_TUNABLES=glibc.malloc.tcache_count=0"])
+        environment = SANITIZED if simulation.PRELOAD else PLAIN
         if group.speed > 1:
             libraries.append(str(PRELOADS / "fast_clock.so"))
-            environment.append(f"FAST_CLOCK={group.speed}")
-        environment.append("LD_PRELOAD=" + ":".join(libraries))
+        preload = f"LD_PRELOAD={':'.join(libraries)}"
         *network, device = group.device.split(" ")
         return self.simulate(
             [[*network, f"{device},block-size={fault_table.BLOCK}"]],
-            ["env", *environment, simulation.PYTHON,
+            ["env", *environment, preload, f"FAST_CLOCK={group.speed}", simulation.PYTHON,
              str(simulation.INSIDE / "fault_rounds.py"), "group.json"],
             options=["--tolerate", *group.simulation], folder=folder)
 
