@@ -1,5 +1,5 @@
 """Scanners on the network: found by a search, used by the name that is shown, whatever the sizes of
-frames and segments; and what a connection can suffer.
+frames and segments. What a connection can suffer is in test_faults.py.
 
 Every process searches for ten seconds before it knows a network scanner, so the tests run side by
 side, and many pages are scanned by one process.
@@ -12,7 +12,6 @@ import simulation
 
 # The host listens for two seconds each for the end of the page and for the reply to its unlock.
 SILENT_CANCEL_SECONDS = 5
-VANISHED_SECONDS = 75
 NAME = "QuillonLegacy_1_0_0:libnet/020000000001"
 
 # All models, line layouts and command framings; keys that hold for both transports.
@@ -37,35 +36,6 @@ DEVICES = [
 ONLY_SOURCES = ["3=Flatbed", "4=Automatic Document Feeder",
                 "7=Automatic Document Feeder", "8=Automatic Document Feeder"]
 SEGMENTS = ["segments=frames", "segments=packed", "segment-size=1460", "segment-size=61"]
-
-# What the simulation is told, the statuses of start and read, and what brings the scanner back.
-# The first connection is that of sane_open; what it misses is made up for at the start. (A reset
-# may come before or after the host sees itself connected, which then tries once more or not.)
-FAULTS = [
-    ("fault connect: reset", "0/5", ""),
-    ("fault tickle: half-close 5", "0/5", ""),
-    ("fault tickle: delay 3000", "0/5", ""),
-    ("fault command properties: reset", "0/5", ""),
-    ("fault connect: half-close; fault connect 2: half-close", "9/-", ""),
-    ("fault connect: half-close; fault tickle: garbage 9", "9/-", ""),
-    ("fault tickle: reset; fault tickle 2: half-close", "9/-", ""),
-    ("close-port", "9/-", "open-port"),
-    ("fault command lock: reset", "9/-", ""),
-    ("fault reply lock: half-close", "9/-", ""),
-    ("fault reply lock: status 137", "10/-", ""),
-    ("fault reply lock: status 131", "3/-", ""),
-    ("fault reply start: reset 12", "9/-", ""),
-    ("fault block 2: reset", "0/9", ""),
-    ("fault block 2: half-close", "0/9", ""),
-    ("fault block 2: half-close 1000", "0/9", ""),
-    ("fault block 2: magic", "0/9", ""),
-    ("fault block 2: length 0xFFFFFFFF", "0/9", ""),
-    ("fault block 2: extra 3", "0/9", ""),
-    ("fault block 2: lose 5", "0/9", ""),
-    ("fault block 2: replug", "0/9", ""),
-    ("fault block 2: jam", "0/6", ""),
-    ("fault end: half-close", "0/9", ""),
-]
 
 
 def on_network(device, number):
@@ -149,11 +119,6 @@ class Network(simulation.ScanTestCase):
         self.assertIn(NAME, "".join(listed))
         self.assertLessEqual(int(last) - int(first), 12)
 
-    def test_faults(self):
-        arguments = [part for fault in FAULTS for part in fault]
-        self.inside("faults", [["--net", "flatbed-326,block-size=4096"]], "network_faults.py",
-                    *arguments, options=["--tolerate"])
-
     def test_interrupted_while_the_scanner_is_silent(self):
         result = self.inside("silent", [["--net", "flatbed-326", "--fault", "block 30: silence"]],
                              "silent.py", NAME, str(SILENT_CANCEL_SECONDS),
@@ -165,25 +130,6 @@ class Network(simulation.ScanTestCase):
                              [["--net", "adf-402,block-size=4000,block-delay-ms=10"]],
                              "interrupt.py", "-d", NAME)
         self.assert_same_pages(result.pages("page.pnm"), result.recorded()[-1:])
-
-    def test_vanished_scanners(self):
-        def vanish(case):
-            number, (fault, link) = case
-            result = self.simulate(
-                [["--net", "flatbed-326", "--fault", fault]],
-                ["sh", "-c", f"cut -d . -f 1 /proc/uptime; scanimage -d {NAME} --resolution 75 "
-                 "> /dev/null; echo $?; cut -d . -f 1 /proc/uptime"],
-                ["--tolerate", *link], folder=self.subfolder(str(number)))
-            return fault, result
-
-        cases = [("block 30: vanish", []), ("reply lock: vanish", []),
-                 ("block 30: vanish 500", ["--veth"])]
-        with ThreadPoolExecutor() as runs:
-            for fault, result in runs.map(vanish, enumerate(cases)):
-                with self.subTest(fault=fault):
-                    began, status, ended = result.stdout.split()
-                    self.assertEqual(status, "9", result.stderr)
-                    self.assertLess(int(ended) - int(began), 10 + VANISHED_SECONDS)
 
     def test_rounds_of_open_scan_and_close(self):
         self.run_front_end([["--net", "flatbed-326"], ["--net", "wicket-402,frame-size=random:1"]],
