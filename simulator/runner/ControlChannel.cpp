@@ -97,6 +97,10 @@ void ControlChannel::serve(int fd)
 {
     char buffer[1024];
     const ssize_t count = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
+    // Since it was polled, the descriptor's number may have passed to a client of ours.
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+        return;
+    }
     std::string& line = clients_[fd];
     if (count <= 0 || line.size() > kMaxLine) {
         close(fd);
