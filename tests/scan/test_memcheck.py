@@ -17,7 +17,7 @@ AREA = ["--resolution", "75", "-l", "3", "-x", "80", "-y", "60"]
 VALGRIND = ["valgrind", "--log-file=valgrind-%p.log", "--error-exitcode=101", "--leak-check=full",
             "--show-leak-kinds=definite,indirect,possible",
             "--errors-for-leak-kinds=definite,indirect,possible", "--keep-debuginfo=yes",
-            "--num-callers=30", "--track-fds=no"]
+            "--num-callers=30"]
 
 # Device, arguments of scanimage, name of the network device.
 SCANS = [
