@@ -98,7 +98,7 @@ void ControlChannel::serve(int fd)
     char buffer[1024];
     const ssize_t count = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
     // The event may be that of another file, which had this number when it was polled.
-    if (count < 0 && errno == EAGAIN) {
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
     std::string& line = clients_[fd];

@@ -29,7 +29,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kComplained = 99;
-constexpr unsigned kFirstHost = 10;  // the address of network scanner 1 ends in 11
+constexpr unsigned kFirstHost = 10;        // the address of network scanner 1 ends in 11
+constexpr unsigned kLastFileNumber = 127;  // of a USB bus
 constexpr const char* kModelSuffix = ".model";
 
 std::string orElse(const std::string& value, const std::string& otherwise)
@@ -113,11 +114,26 @@ Simulation::Simulation(const Options& options)
         }
         devices_.push_back(std::make_unique<SimulatedDevice>(number, device.transport,
                                                              std::move(model), recordFolder, log_,
-                                                             [this] { return ++lastFileNumber_; }));
+                                                             [this] { return nextFileNumber(); }));
     }
     if (!options_.backends.empty()) {
         saneConfig_.setBackends(options_.backends);
     }
+}
+
+// As the kernel does it: counted up, and from the beginning again behind the last.
+unsigned Simulation::nextFileNumber()
+{
+    const auto isInUse = [this] {
+        return std::any_of(devices_.begin(), devices_.end(), [this](const auto& device) {
+            const UsbDevice* usb = device->usb();
+            return usb != nullptr && usb->isPlugged() && usb->number() == lastFileNumber_;
+        });
+    };
+    for (unsigned tries = 0; tries == 0 || (isInUse() && tries < kLastFileNumber); ++tries) {
+        lastFileNumber_ = lastFileNumber_ < kLastFileNumber ? lastFileNumber_ + 1 : 2;
+    }
+    return lastFileNumber_;
 }
 
 Simulation::~Simulation()

@@ -34,6 +34,7 @@ public:
 private:
     void openLog();
     std::string openRecordFolder();
+    unsigned nextFileNumber();
     void writeConfiguration(const std::map<std::string, std::string>& files) const;
     std::string modulesFolder() const;
     void setEnvironment() const;

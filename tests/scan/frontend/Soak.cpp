@@ -110,9 +110,9 @@ private:
             return name_;
         }
         const std::string state = askSimulation(tell("state?"));
-        const std::string file = state.substr(state.find("file=") + 5);
-        const std::string digits = file.substr(0, file.find(' '));
-        return name_.substr(0, name_.rfind('/') + 1) + std::string(3 - digits.size(), '0') + digits;
+        char file[16];
+        std::snprintf(file, sizeof file, "%03d", std::stoi(state.substr(state.find("file=") + 5)));
+        return name_.substr(0, name_.rfind('/') + 1) + file;
     }
 
     void open()

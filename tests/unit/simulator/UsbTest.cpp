@@ -215,6 +215,22 @@ TEST_F(Usb, OpenOfADeviceThatHasGone)
     EXPECT_EQ(text, std::string(kFound) + "ok\ncontrol 0\nopen 1\nclaim -9\n");
 }
 
+TEST_F(Usb, FileNumbersComeAgain)
+{
+    std::string steps;
+    for (int i = 0; i < 125; i++) {
+        steps += " control='device 1: replug'";
+    }
+    const std::string state = " control='device 1: state?' control='device 2: state?'";
+    const std::string text = output("--usb flatbed-326 --usb adf-402", steps.substr(1) + state);
+    // 4 to 127, then 2; 3 is still in use by the other.
+    EXPECT_NE(text.find("plugged file=2 locked=no"), std::string::npos) << text;
+    EXPECT_NE(text.find("plugged file=3 locked=no"), std::string::npos) << text;
+    const std::string more = output("--usb flatbed-326 --usb adf-402",
+                                    steps.substr(1) + " control='device 1: replug'" + state);
+    EXPECT_NE(more.find("plugged file=4 locked=no"), std::string::npos) << more;
+}
+
 TEST_F(Usb, ControlChannel)
 {
     const std::string text = output("--usb flatbed-326 --usb adf-402",
