@@ -1,5 +1,6 @@
 """Front ends: scanimage, python3-sane, and the plain C interface behind the dll loader."""
 
+import pathlib
 import subprocess
 import unittest.mock
 
@@ -39,6 +40,11 @@ class FrontEnds(simulation.ScanTestCase):
     def test_python_sane(self):
         for model in ["flatbed-326", "combo-401", "adf-402"]:
             self.run_inside([model], "python_sane.py")
+
+    def test_every_set_of_entry_points(self):
+        module = pathlib.Path(simulation.SCANNER_SIM).parents[1] / "lib"
+        self.run_inside(["flatbed-326"], "entry_points.py",
+                        str(module / "libsane-QuillonLegacy_1_0_0.so.1"))
 
     def test_orders_of_calls(self):
         for model in ["flatbed-326", "combo-326", "adf-402"]:

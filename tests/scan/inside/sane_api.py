@@ -120,12 +120,23 @@ class Scanner:
         self.library.sane_cancel(self.handle)
 
 
+class Backend:
+    """A backend's own library, whose calls have a prefix, under the names of SANE."""
+
+    def __init__(self, path, prefix):
+        self._library = ctypes.CDLL(path)
+        self._prefix = prefix
+
+    def __getattr__(self, name):
+        return getattr(self._library, name.replace("sane_", self._prefix, 1))
+
+
 class Sane:
     GOOD, UNSUPPORTED, CANCELLED, BUSY, INVAL, EOF, JAMMED, NO_DOCS = range(8)
     IO_ERROR = 9
 
-    def __init__(self):
-        self.library = ctypes.CDLL("libsane.so.1")
+    def __init__(self, library=None):
+        self.library = library or ctypes.CDLL("libsane.so.1")
         self.library.sane_get_option_descriptor.restype = POINTER(Option)
         self.library.sane_get_option_descriptor.argtypes = [c_void_p, c_int]
         for name in ["close", "cancel", "start"]:

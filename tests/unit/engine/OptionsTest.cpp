@@ -4,12 +4,10 @@
 #include "TestEngine.h"
 
 #include <gmock/gmock.h>
-
-#include <climits>
-#include <cmath>
 #include <sane/saneopts.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 

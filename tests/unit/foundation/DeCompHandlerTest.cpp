@@ -145,6 +145,19 @@ protected:
 
 // ---- Initialize --------------------------------------------------------------------------
 
+TEST_F(DeComp, BytesOfOtherTechnologiesStayAsTheyAre)
+{
+    for (const int technology : {0, 1, 3}) {
+        store.SetIntOption("COMPRESSIONTECH", technology);
+        DeCompHandler real;
+        EXPECT_EQ(real.Initialize(&store), 1);
+        DataBuffer bytes;
+        bytes.SetRawData(counting(30, 1).data(), 30);
+        EXPECT_EQ(real.Decompress(&bytes, &image), 1);
+        EXPECT_EQ(bytes.GetProcessedDataSize(), 30);
+    }
+}
+
 TEST_F(DeComp, InitializeStartsTheDecompressor)
 {
     store.SetIntOption("COLORDEPTH", 3);

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <future>
 #include <memory>
 #include <random>
 #include <thread>
@@ -514,6 +515,16 @@ TEST_F(OpenNetCommTest, Writes)
     EXPECT_TRUE(logged("before SocketWrapper::send(). "));
     EXPECT_TRUE(logged("polling timeout: none"));
     EXPECT_TRUE(logged("after SocketWrapper::send(). ret: 3"));
+}
+
+// More than the sockets hold: the write waits until the scanner has taken it.
+TEST_F(OpenNetCommTest, WritesAllOfALot)
+{
+    Bytes bytes = ramp(16 << 20);
+    std::future<Bytes> received =
+        std::async(std::launch::async, [&] { return scanner.received(bytes.size()); });
+    EXPECT_EQ(comm->Write(bytes.data(), static_cast<int>(bytes.size())), 0);
+    EXPECT_TRUE(received.get() == bytes);
 }
 
 TEST_F(OpenNetCommTest, WriteFails)
