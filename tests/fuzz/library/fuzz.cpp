@@ -191,7 +191,8 @@ void FrontEnd::describeAll()
 // Values have just the room that the option says, and texts no particular place.
 void FrontEnd::control(SANE_Action action)
 {
-    const int n = static_cast<signed char>(calls_.byte());
+    const int code = static_cast<signed char>(calls_.byte());
+    const int n = code < 0 ? code : code % (kOptionCount + 1);
     const SANE_Option_Descriptor* option = sane_ScanLib_get_option_descriptor(handle(), n);
     const bool isText = option != nullptr && option->type == SANE_TYPE_STRING;
     Bytes value(option != nullptr ? static_cast<std::size_t>(option->size) + 1 : 1);
