@@ -161,6 +161,17 @@ void writeStreams(const std::filesystem::path& all)
         both("sheets" + suffix,
              settings(feeder, 1 | 8, 9) + uncompressedPage(1, 300) + uncompressedPage(1, 150));
     }
+    for (const unsigned length : {39991U, 39992U, 79991U, 79992U, 0x7FFFFFF0U, 0x80000000U}) {
+        Bytes frame = Bytes{0} + settings(0, 0, 9) + withBytes(0, frameHeader(length));
+        for (int i = 0; i < 20; ++i) {
+            frame = frame + item(kRamp, 4080);
+        }
+        net.write("frame" + std::to_string(length), frame + item(kRecord, 1));
+        frame[0] = 0x80;
+        const Bytes greeted = Bytes(frame.begin(), frame.begin() + 8) +
+                              withBytes(0, frameHeader(0)) + Bytes(frame.begin() + 8, frame.end());
+        net.write("reply" + std::to_string(length), greeted);
+    }
     net.write("frames", Bytes{0} + settings(0, 0, 9) +
                             withBytes(0, frame(imageBlock(ramp(50))) + frame(imageBlock(ramp(50))) +
                                              frame(record(1))));

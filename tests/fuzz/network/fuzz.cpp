@@ -7,6 +7,7 @@
 #include "ScanEngine.h"
 #include "ScriptedNet.h"
 
+#include "CResponse.h"
 #include "Cmd326.h"
 #include "NetComm.h"
 
@@ -67,6 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Settings settings(input);
     const bool isObedient = (mode & 0x80) == 0;
     ScriptedNet scanner(Script(input, settings.version), isObedient, mode & 0x7F);
+    const bool isWaiting = settings.number("SCANBARID") != 0;
     auto* transport = new NetComm;
     transport->setDevice(kName);
     fuzz::ScanEngine engine(settings, transport);
@@ -75,9 +77,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const ScanLib::Operation operation(engine);
         transport->openDevice();
         engine.LoadScanDeviceProperties();
+        if (isWaiting) {
+            // Frames come with their headers here, and so never as the reply.
+            CResponse response;
+            const int result = transport->writeCommandAndWaitReply(COMMAND_WAKE, &response);
+            FUZZ_CHECK(result != TRANSPORT_OK);
+        }
     }
     for (int sheet = 0; sheet < kSheets; ++sheet) {
-        scan(engine, settings, isObedient && sheet == 0 ? &input : nullptr);
+        scan(engine, settings, isObedient && !isWaiting && sheet == 0 ? &input : nullptr);
     }
     const ScanLib::Operation closing(engine);
     engine.CancelAndFlush();

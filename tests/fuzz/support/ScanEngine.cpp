@@ -131,3 +131,11 @@ fuzz::Page fuzz::ScanEngine::readPage(const std::vector<int>& sizes)
     }
     return page;
 }
+
+void fuzz::ScanEngine::cutToScannedWidth(Page page)
+{
+    const int size = static_cast<int>(page.bytes.size());
+    const int cut = Image->ApplyAdjustments(page.bytes.data(), size, GetIntValue("LINES"));
+    FUZZ_CHECK(cut >= 0 && cut <= size);
+    touch(page.bytes.data(), static_cast<std::size_t>(cut));
+}

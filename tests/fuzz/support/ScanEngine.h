@@ -37,8 +37,9 @@ public:
 
     // Reads until the status is not good, taking the sizes in turn.
     Page readPage(const std::vector<int>& sizes);
+    // What the device reports of the page's width must not lead out of it.
+    void cutToScannedWidth(Page page);
     void cancelNow() { Interrupt(); }
-    const ImageData& image() const { return *Image; }
 };
 
 }  // namespace fuzz

@@ -46,6 +46,7 @@ Result scan(const Settings& settings, const Input& script, const std::vector<int
             if (sheet == 0) {
                 fuzz::checkPage(result.pages[0], expected);
             }
+            engine.cutToScannedWidth(result.pages.back());
         }
     }
     const ScanLib::Operation closing(engine);

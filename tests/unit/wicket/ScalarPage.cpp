@@ -13,6 +13,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 constexpr std::int64_t kHeaderSize = 16;
+constexpr std::int64_t kBand = 32;  // lines
 constexpr std::int64_t kLargest = std::numeric_limits<int>::max();
 
 std::int64_t toBlocks(std::int64_t value)
@@ -68,13 +69,15 @@ private:
         return static_cast<int>(value);
     }
 
-    // What a chunk's lines may take.
-    std::int64_t room() const { return (step_ - stride_ + size_) * 32 * 5; }
+    // What a chunk may be decoded to.
+    std::int64_t room() const { return (step_ - stride_ + size_) * kBand * 5; }
+    // What its lines may take: those of a page that is wider than the chunk take more.
+    std::int64_t roomForLines() const { return std::max(room(), step_ * kBand); }
 
     bool isRoomFor(std::int64_t width, std::int64_t lines) const
     {
         const std::int64_t samples = toBlocks(width) * (channels_ == 1 ? 1 : 3);
-        return samples <= room() / toBlocks(lines) && stride_ <= room() / lines;
+        return samples <= room() / toBlocks(lines) && stride_ <= kLargest / lines;
     }
 
     void appendLines(const unsigned char* chunk, int width, std::int64_t lines)
@@ -84,7 +87,8 @@ private:
         const std::int64_t planeSize =
             std::int64_t{planeWidth} * planeHeight * (channels_ == 1 ? 1 : 3);
         // Lines that are wider than the chunk reach beyond its plane.
-        Bytes plane(static_cast<std::size_t>(std::max(planeSize, lines * step_)));
+        const std::int64_t linesSize = std::min(lines * step_, roomForLines());
+        Bytes plane(static_cast<std::size_t>(std::max(planeSize, linesSize)));
         const int bodySize = std::max(size_ - static_cast<int>(kHeaderSize), 0);
         const auto decode =
             channels_ == 1 ? &Wicket::DecompressOnePlane : &Wicket::DecompressThreePlanes;
@@ -92,7 +96,7 @@ private:
         int converted = 0;
         (decoder_.*decode)(bodySize > 0 ? chunk + kHeaderSize : nullptr, bodySize, plane.data(),
                            planeWidth, planeHeight, &generated, &converted);
-        for (std::int64_t y = 0; y < lines && y * step_ + stride_ <= room(); ++y) {
+        for (std::int64_t y = 0; y < lines && y * step_ + stride_ <= roomForLines(); ++y) {
             const auto line = plane.begin() + static_cast<std::ptrdiff_t>(y * step_);
             pixels_.insert(pixels_.end(), line, line + static_cast<std::ptrdiff_t>(stride_));
         }
