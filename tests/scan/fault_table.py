@@ -175,21 +175,22 @@ WAITS_FOR_REPLIES = Group(
           for name, calls, delivered in SILENT_REPLIES for action in ("ignore", "short 3")),
     ], speed=100)
 
+# How many more commands come behind the one that hangs.
 HANGING_REPLIES = [
-    ("wake", "open=9"), ("properties", FAILED_START), ("feeder-status", FAILED_START),
-    ("lock", FAILED_START), ("start", FAILED_START), ("unlock", OK)]
+    ("wake", "open=9", 0), ("properties", FAILED_START, 0), ("feeder-status", FAILED_START, 1),
+    ("lock", FAILED_START, 0), ("start", FAILED_START, 0), ("unlock", OK, 0)]
 
 WAITS_FOR_DEVICE = Group(
     "USB: a device that hangs",
-    "The same device. From the fault on it answers nothing, or its endpoint stays halted; each "
-    "command that follows waits by itself, so that a start with three commands can take three times "
-    "two minutes.",
+    "The same device. From the fault on it answers nothing, or takes no command; a command that "
+    "follows in the same call waits by itself.",
     "adf-402", [
-        *(Row(f"{event} {name}: timeout", calls, "page" if calls == OK else "nothing",
-              4 * REPLY)
-          for name, calls in HANGING_REPLIES for event in ("command", "reply")),
-        *(Row(f"command {name}: stall", calls, "page" if calls == OK else "nothing", 4 * REPLY)
-          for name, calls in HANGING_REPLIES),
+        Row(fault.format(name), calls, "page" if calls == OK else "nothing",
+            first + more * rest)
+        for fault, first, rest in (("command {}: timeout", TRANSFER, TRANSFER),
+                                   ("reply {}: timeout", REPLY, TRANSFER),
+                                   ("command {}: stall", REPLY, REPLY))
+        for name, calls, more in HANGING_REPLIES
     ], speed=100)
 
 STATUSES = Group(
