@@ -28,6 +28,7 @@ SCAN_TARGETS = ["sane_quillon", "sane_oxle", "scanner-sim", "scansim_correction"
                 "preload_syslog_to_file", "preload_fast_clock"]
 PYTHON = "/usr/bin/python3"
 WANTED_SCORE = 0.9
+ATTEMPTS = 3
 FIRST_LIMIT = 600  # seconds, for a run that has not been timed yet
 
 
@@ -193,19 +194,21 @@ class Tests:
         return outcome
 
     def culprit(self, name):
-        """The unit test that fails, twice in a row; a test that only waited too little passes
-        the second time. None: all is well."""
-        outcome = self.run_binary(name)
-        if outcome.returncode == 0:
-            return None
-        begun = re.findall(r"^\[ RUN      \] (\S+)", outcome.output, re.MULTILINE)
-        failed = re.findall(r"^\[  FAILED  \] ([^\s,]+\.[^\s,]+)", outcome.output, re.MULTILINE)
-        test = (failed or begun[-1:] or [name])[0]
-        if outcome.returncode is None:
-            return f"{test} (hangs)"
-        if test == name or self.run_binary(name, test).returncode != 0:
-            return test
-        print(f"    {test} failed only once", flush=True)
+        """The unit test that fails, twice in a row; one that only waited too little passes the
+        second time, and all start over. None: all is well."""
+        for _ in range(ATTEMPTS):
+            outcome = self.run_binary(name)
+            if outcome.returncode == 0:
+                return None
+            begun = re.findall(r"^\[ RUN      \] (\S+)", outcome.output, re.MULTILINE)
+            failed = re.findall(r"^\[  FAILED  \] ([^\s,]+\.[^\s,]+)", outcome.output,
+                                re.MULTILINE)
+            test = (failed or begun[-1:] or [name])[0]
+            if outcome.returncode is None:
+                return f"{test} (hangs)"
+            if test == name or self.run_binary(name, test).returncode != 0:
+                return test
+            print(f"    {test} failed only once", flush=True)
         return None
 
     def failing_scan(self, suite):

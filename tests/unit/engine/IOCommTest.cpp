@@ -933,6 +933,16 @@ TEST_F(IOCommImageTest, OtherRecordsLeaveTheGeometry)
     EXPECT_EQ(image.GetInterleave(), 0);
 }
 
+// Fewer bytes than a block header has wait for what comes behind them.
+TEST_F(IOCommImageTest, RecordBringsWhatIsHeld)
+{
+    EXPECT_EQ(readImage(imageBlock(ramp(30)) + Bytes{1, 2, 3, 4, 5}), 0);
+    EXPECT_EQ(got, 30);
+    EXPECT_EQ(readImage(record(1)), 1);
+    EXPECT_EQ(got, 35);
+    EXPECT_EQ(delivered(), ramp(30) + (Bytes{1, 2, 3, 4, 5}));
+}
+
 TEST_F(IOCommImageTest, DataWithoutHeader)
 {
     got = 1000;
@@ -1074,6 +1084,20 @@ TEST_F(IOCommTest, NamesThatCannotBeRead)
     EXPECT_EQ(comm->getProductName(product, sizeof product), 0);
     EXPECT_STREQ(vendor, "Unknown Vendor");
     EXPECT_STREQ(product, "Unkn");
+}
+
+TEST_F(IOCommTest, OneNameThatDoesNotExist)
+{
+    for (const bool hasVendor : {true, false}) {
+        FakeDevice device;
+        device.manufacturerIndex = hasVendor ? 1 : 0;
+        device.productIndex = hasVendor ? 0 : 2;
+        open(device);
+        char text[100] = "";
+        EXPECT_EQ(comm->getVendorName(text, sizeof text), hasVendor ? 0 : 96);
+        EXPECT_EQ(comm->getProductName(text, sizeof text), hasVendor ? 97 : 0);
+        EXPECT_STREQ(text, hasVendor ? "Quillon" : "Flatbed");
+    }
 }
 
 TEST_F(IOCommTest, NamesThatDoNotExist)

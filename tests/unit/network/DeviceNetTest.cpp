@@ -214,6 +214,19 @@ TEST_F(DeviceNetTest, From25ScannersOnTheTableStays)
     }
 }
 
+TEST_F(DeviceNetTest, RowsOfFewerScannersStayEmpty)
+{
+    for (const int last : {2, 0}) {
+        const Responder responder(answers(0, last));
+        list(1);
+    }
+    const Responder responder(answers(3, 27));
+    EXPECT_THAT(list(1), SizeIs(25));
+    EXPECT_EQ(selected(shortName(0)), fullName(0)) << "the table stays";
+    EXPECT_EQ(selected(shortName(1)), "") << "as the second search left it";
+    EXPECT_EQ(selected(shortName(2)), "");
+}
+
 TEST_F(DeviceNetTest, OddModelNamesKeepTheSyntax)
 {
     std::vector<std::string> strings = scannerStrings();

@@ -114,6 +114,19 @@ TEST_F(SocketWrapperTest, SendTracesItsTimeLimit)
     EXPECT_EQ(log.count("polling timeout: none"), 2);
 }
 
+// A program without a standard input gets sockets with its number.
+TEST_F(SocketWrapperTest, DescriptorZeroIsOneLikeOthers)
+{
+    const int before = dup(0);
+    ASSERT_EQ(dup2(fd(), 0), 0);
+    const unsigned char byte = 7;
+    const int sent = SocketWrapper::send(0, &byte, 1, -1, -1, &error);
+    dup2(before, 0);
+    close(before);
+    EXPECT_EQ(sent, 1);
+    EXPECT_EQ(receiveAll(connection.peer.get(), 1), Bytes{7});
+}
+
 TEST_F(SocketWrapperTest, SendRefusesBadArguments)
 {
     const unsigned char byte = 1;
