@@ -18,6 +18,8 @@ PRELOAD = os.environ.get("SCAN_PRELOAD", "")
 INSIDE = Path(__file__).resolve().parent / "inside"
 PYTHON = "/usr/bin/python3"
 TIMEOUT = 300
+# Of a scanner that over_saned.py meets.
+SANED_KEYS = "feeder.sheets=3,block-size=4000,block-delay-ms=2"
 
 
 def read_pnm(path):
@@ -91,6 +93,19 @@ class ScanTestCase(unittest.TestCase):
                                options, folder=folder)
         self.assertEqual(result.status, 0, result.stdout + result.stderr)
         return result
+
+    def check_saned(self, devices, name):
+        result = self.simulate(devices, [PYTHON, str(INSIDE / "over_saned.py"), name],
+                               folder=self.subfolder("saned"))
+        self.assertEqual(result.status, 0, result.stdout + result.stderr)
+        pages = result.recorded()
+        # But for those of the self test and of the interrupted scan.
+        self.assert_same_pages(result.pages(), pages[1:4] + pages[5:])
+
+    def subfolder(self, name):
+        folder = self.folder / "".join(c if c.isalnum() else "-" for c in name)
+        folder.mkdir()
+        return folder
 
     def assert_same_pages(self, delivered, played):
         self.assertEqual(len(delivered), len(played))

@@ -33,6 +33,10 @@ class FrontEnds(simulation.ScanTestCase):
             self.assertIn("PASS", result.stderr)
             self.assertNotIn("FAIL", result.stderr)
 
+    def test_saned(self):
+        self.check_saned([f"adf-402,{simulation.SANED_KEYS}"],
+                         "QuillonLegacy_1_0_0:libusb/001/002")
+
     def test_every_option(self):
         self.run_inside(["flatbed-326"], "options.py", "0")
         self.run_inside(["adf-402"], "options.py", "1")
@@ -74,14 +78,16 @@ class FrontEnds(simulation.ScanTestCase):
     def test_options_in_every_order(self):
         # As large as the largest media, so that every area of the model can be scanned.
         bed = "flatbed.width=2560,flatbed.height=4300,feeder.width=2560,feeder.sheets=99999"
-        for model in ["adf-402", "wicket-402"]:
+        for model, numbers in [("adf-402", ["100", "1", "pairs"]), ("wicket-402", ["30", "2"])]:
             self.run_front_end([[f"{model},{bed}", "--feature", "BOTTOMRIGHTX=216.1"]],
-                               "orders", "150", "1")
+                               "orders", *numbers)
 
     def test_a_thousand_loads(self):
-        for environment in [(), ("LD_BIND_NOW=1",)]:
-            self.run_front_end(["flatbed-326", "lut-402"], "loads", "1000", "2",
-                               environment=environment)
+        self.run_front_end(["flatbed-326", "lut-402"], "loads", "1000", "2")
+
+    def test_loads_with_every_symbol_bound(self):
+        self.run_front_end(["flatbed-326", "lut-402"], "loads", "100", "2",
+                           environment=["LD_BIND_NOW=1"])
 
     def test_rounds_of_open_scan_and_close(self):
         self.run_front_end(["flatbed-326", "combo-326", "combo-401", "wicket-402"], "rounds",

@@ -40,8 +40,7 @@ class MemcheckTestCase(simulation.ScanTestCase):
     def check(self, device, *arguments, script=None, status=0, options=()):
         """Every process of it, in a folder of its own, may not have errors."""
         name = "-".join(map(str, [device, *arguments]))
-        folder = self.folder / "".join(c if c.isalnum() else "-" for c in name)
-        folder.mkdir()
+        folder = self.subfolder(name)
         wrapper = folder / "scanimage"
         wrapper.write_text(f'#!/bin/sh\nexec {" ".join(VALGRIND)} /usr/bin/scanimage "$@"\n')
         wrapper.chmod(0o755)
@@ -121,11 +120,6 @@ class Memcheck(MemcheckTestCase):
                 [[device, "--fault", fault]], [*VALGRIND, "scanimage", *AREA, "-o", "page.pnm"],
                 ["--tolerate"], folder=self.subfolder(f"{device} {folder}"))
             self.assertNotIn(result.status, (0, 101), result.stderr)
-
-    def subfolder(self, name):
-        folder = self.folder / "".join(c if c.isalnum() else "-" for c in name)
-        folder.mkdir()
-        return folder
 
     def test_list(self):
         result = self.check("flatbed-326", "-L")

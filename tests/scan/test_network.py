@@ -46,11 +46,6 @@ def on_network(device, number):
 
 
 class Network(simulation.ScanTestCase):
-    def subfolder(self, name):
-        folder = self.folder / name
-        folder.mkdir()
-        return folder
-
     def inside(self, name, devices, script, *arguments, options=()):
         """Runs a script of inside/ in a folder of its own."""
         result = self.simulate(
@@ -155,12 +150,7 @@ class Network(simulation.ScanTestCase):
         self.assertNotIn("FAIL", result.stderr)
 
     def test_saned(self):
-        result = self.inside(
-            "saned", [["--net", "adf-402,feeder.sheets=3,block-size=4000,block-delay-ms=2"]],
-            "over_saned.py")
-        pages = result.recorded()
-        # But for those of the self test and of the interrupted scan.
-        self.assert_same_pages(result.pages(), pages[1:4] + pages[5:])
+        self.check_saned([["--net", f"adf-402,{simulation.SANED_KEYS}"]], NAME)
 
 
 load_tests = simulation.side_by_side

@@ -265,7 +265,7 @@ void everyPair(const std::string& name, Chance& chance, Counts& counts)
 
 }  // namespace
 
-// SEQUENCES SEED: on a device with a feeder that never gets empty.
+// SEQUENCES SEED [pairs]: on a device with a feeder that never gets empty.
 void orders(const Arguments& arguments)
 {
     const long count = number(arguments, 0);
@@ -275,7 +275,9 @@ void orders(const Arguments& arguments)
     const std::vector<std::string> names = session.list();
     require(names.size() == 1, "one device is needed");
     Progress progress("sequences", count);
-    everyPair(names[0], chance, counts);
+    if (arguments.size() > 2) {
+        everyPair(names[0], chance, counts);
+    }
     for (long i = 1; i <= count; ++i) {
         Run run(names[0], chance, counts);
         for (int step = 0; step < kSteps; ++step) {
@@ -284,10 +286,10 @@ void orders(const Arguments& arguments)
         progress.reached(i);
     }
     std::printf(
-        "%zu pairs, %ld sequences in %.1f s: %ld changes, %ld refused, %ld pages whole, "
+        "%ld sequences in %.1f s: %ld changes, %ld refused, %ld pages whole, "
         "%ld cancelled, %ld starts refused\n",
-        Run::changes().size() * Run::changes().size(), count, progress.seconds(), counts.changes,
-        counts.refused, counts.pages, counts.cancelled, counts.failed);
+        count, progress.seconds(), counts.changes, counts.refused, counts.pages, counts.cancelled,
+        counts.failed);
 }
 
 }  // namespace frontend

@@ -1,9 +1,10 @@
-"""saned and SANE's net backend between the front end and a network scanner: a list, a page, a
-batch from the feeder, and an interrupted page."""
+"""saned and SANE's net backend between the front end and a scanner: a list, the self test, a batch
+from the feeder, an interrupted page, and a page. Argument: the name of the device."""
 
 import os
 import signal
 import subprocess
+import sys
 import time
 from pathlib import Path
 
@@ -15,7 +16,7 @@ CLIENT.mkdir()
 (SERVER / "saned.conf").write_text("localhost\n127.0.0.1\n")
 
 client = dict(os.environ, SANE_CONFIG_DIR=str(CLIENT))
-NAME = "net:localhost:QuillonLegacy_1_0_0:libnet/020000000001"
+NAME = f"net:localhost:{sys.argv[1]}"
 scan = ["scanimage", "-d", NAME, "--format=pnm", "--resolution", "75"]
 server_output = open("saned.log", "w")
 # Without a system bus it cannot have itself announced on the machine's own network.
