@@ -1,12 +1,12 @@
 // The decompression stage: the lines of a page must not depend on how its bytes arrive, and are
 // those of the scalar decoder.
 #include "Check.h"
-#include "DecompressionStage.h"
 #include "Input.h"
 #include "Surroundings.h"
 #include "wicket/ScalarPage.h"
 
 #include "DataBuffer.h"
+#include "DeCompHandler.h"
 #include "FlatFileReader.h"
 #include "ImageData.h"
 
@@ -41,7 +41,7 @@ void setUp(FlatFileReader& store, const Page& page)
 }
 
 // As the engine does it.
-void decompressAll(fuzz::DecompressionStage& stage, DataBuffer& buffer, ImageData& image)
+void decompressAll(DeCompHandler& stage, DataBuffer& buffer, ImageData& image)
 {
     int before = 0;
     int status = 0;
@@ -68,7 +68,7 @@ Result decompress(const Page& page, const Bytes& stream, const Bytes& cuts)
     setUp(store, page);
     ImageData image;
     image.SetAttributes(&store, 0);
-    fuzz::DecompressionStage stage;
+    DeCompHandler stage;
     stage.Initialize(&store);
     DataBuffer buffer;
     Result result = {};

@@ -1,10 +1,10 @@
 #include "ScanEngine.h"
 
 #include "Check.h"
-#include "DecompressionStage.h"
 #include "Surroundings.h"
 
 #include "DataBuffer.h"
+#include "DeCompHandler.h"
 #include "FlatFileReader.h"
 #include "ICommand.h"
 #include "ICommunication.h"
@@ -101,7 +101,7 @@ fuzz::ScanEngine::ScanEngine(const Settings& settings, ICommunication* comm)
     SetStringValue("GRAYLUT", "gray0.bin");
     Buffer = std::make_unique<DataBuffer>();
     Image = std::make_unique<ImageData>();
-    MyDecompressor = std::make_unique<DecompressionStage>();
+    MyDecompressor = std::make_unique<DeCompHandler>();
     Interleaver = std::make_unique<InterleaveHandler>();
     ImageHandler = std::make_unique<RawDataHandler>();
     ImageHandler->SetUp(pCfgReader.get());
