@@ -7,6 +7,11 @@
 #include "ImageData.h"
 #include "RecordBytes.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <new>
+
 namespace {
 
 constexpr int kHeaderSize = 8;  // what the length field does not count
@@ -28,12 +33,10 @@ bool ScanRecord::isRecord(const unsigned char* block, int size, int pending)
 
 void ScanRecord::processPageMarker(const unsigned char* block, int size, ImageData* image) const
 {
-    const auto marker = RecordBytes::copyPadded(block, size, kPageMarkerSize);
-    if (!marker) {
-        return;
-    }
+    unsigned char marker[kPageMarkerSize] = {};
+    memcpy(marker, block, static_cast<std::size_t>(std::min(size, kPageMarkerSize)));
     const auto field = [&marker](int n) {
-        return RecordBytes::int32(marker.get() + kGeometryOffset + 4 * n);
+        return RecordBytes::int32(marker + kGeometryOffset + 4 * n);
     };
     const int width = field(0);
     const int height = field(1);
@@ -62,14 +65,17 @@ int ScanRecord::process(const unsigned char* block, int size, ImageData* image) 
         processPageMarker(block, size, image);
     }
     CResponse response;
-    response.setHeader(block, size);
+    response.receive(block, size);
     return response.getRecordResponse();
 }
 
 int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
                               int size, DataBuffer* buffer)
 {
-    return scanData->SetRawData(block, size) != 0 ? moveImageBytes(cmd, scanData, buffer) : -1;
+    if (scanData->SetRawData(block, size) == 0) {
+        throw std::bad_alloc();
+    }
+    return moveImageBytes(cmd, scanData, buffer);
 }
 
 int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer)
@@ -80,7 +86,7 @@ int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* 
         isMore = cmd->removeESC(scanData) != 0;
         const int ready = scanData->GetProcessedDataSize();
         if (ready > 0 && scanData->GetProcessedData(buffer, ready) != ready) {
-            return -1;
+            throw std::bad_alloc();
         }
         moved += ready;
     }
