@@ -54,6 +54,13 @@ int CResponse::setHeader(const unsigned char* data, int size)
     return pData[2] == kPropertiesCode ? processProps() : 0;
 }
 
+void CResponse::receive(const unsigned char* data, int size)
+{
+    if (setHeader(data, size) == 2) {
+        throw ReplyLost();
+    }
+}
+
 int CResponse::processProps()
 {
     property.reset(new (std::nothrow) CProps);

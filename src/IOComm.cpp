@@ -98,10 +98,6 @@ void readString(usb_dev_handle* handle, int index, char (&text)[kStringSize], co
 
 char* newDeviceName(usb_bus& bus, struct usb_device& device)
 {
-    char* name = static_cast<char*>(malloc(kNameSize));
-    if (name == nullptr) {
-        return nullptr;
-    }
     char vendor[kStringSize];
     char product[kStringSize];
     usb_dev_handle* handle = usb_open(&device);
@@ -112,7 +108,10 @@ char* newDeviceName(usb_bus& bus, struct usb_device& device)
     }
     const std::string full =
         std::string(vendor) + "/" + product + "/libusb:" + bus.dirname + ":" + device.filename;
-    snprintf(name, kNameSize, "%s", full.c_str());
+    char* name = static_cast<char*>(malloc(kNameSize));
+    if (name != nullptr) {
+        snprintf(name, kNameSize, "%s", full.c_str());
+    }
     return name;
 }
 
@@ -413,7 +412,7 @@ int IOComm::readReply(CResponse* reply)
             SL_TRACE("%2X %d", static_cast<unsigned>(block[i]), i);
         }
     }
-    reply->setHeader(block, size);
+    reply->receive(block, size);
     return reply->getReply();
 }
 
@@ -460,7 +459,7 @@ int IOComm::writeCommand(int cmdId, CResponse* reply)
         SL_RETURN(TRANSPORT_NO_COMMAND);
     }
     if (cmdId == COMMAND_START) {
-        ScanData.reset(new (std::nothrow) DataBuffer);
+        ScanData = std::make_unique<DataBuffer>();
     }
     int result = sendCommand(cmdId);
     if (result == TRANSPORT_OK) {
@@ -483,11 +482,7 @@ void IOComm::traceHeader(const unsigned char* block) const
 int IOComm::readImageBytes(unsigned char* block, int size, int* bytesRead, DataBuffer* buffer)
 {
     traceHeader(block);
-    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
-    if (moved < 0) {
-        return TRANSPORT_READ_FAILED;
-    }
-    *bytesRead += moved;
+    *bytesRead += ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
     return TRANSPORT_OK;
 }
 
@@ -512,8 +507,7 @@ int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
         SL_RETURN(readImageBytes(block, size, bytesRead, buffer));
     }
     // Image bytes without a block header may still wait for more that never came.
-    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
-    *bytesRead += moved > 0 ? moved : 0;
+    *bytesRead += ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
     const ScanRecord record;
     SL_RETURN(record.process(block, size, image));
 }

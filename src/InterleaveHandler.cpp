@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -132,6 +133,9 @@ void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
     }
     const int taken = static_cast<int>(std::min<std::int64_t>(length, in->GetProcessedDataSize()));
     unsigned char* room = img->ExtendRawData(&croppedWidth);
+    if (room == nullptr && croppedWidth > 0) {
+        throw std::bad_alloc();
+    }
     if (room != nullptr) {
         const MergedLine line(in->GetProcessedDataPtr(), length, taken, channel, trimmedPixel);
         line.write(horizontalOffset, room, croppedWidth);
@@ -145,8 +149,10 @@ int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
     if (img->GetInterleave() == 0) {
         SL_TRACE("Interleaving is not needed.");
         const int ready = in->GetProcessedDataSize();
-        const int moved = in->GetProcessedData(img, ready);
-        SL_RETURN(moved == ready ? 0 : -1);
+        if (in->GetProcessedData(img, ready) != ready) {
+            throw std::bad_alloc();
+        }
+        SL_RETURN(0);
     }
     const std::int64_t InterleaveStride = lineLength(*img);
     SL_TRACE("InterleaveStride = %d", static_cast<int>(InterleaveStride));

@@ -47,9 +47,10 @@ void setOption(int fd, int level, int option, long value)
 
 char* newDeviceName(const NValueObjects& scanner)
 {
+    const std::string full = scanner.deviceName();
     char* name = static_cast<char*>(malloc(kNameSize));
     if (name != nullptr) {
-        snprintf(name, kNameSize, "%s", scanner.deviceName().c_str());
+        snprintf(name, kNameSize, "%s", full.c_str());
     }
     return name;
 }
@@ -537,7 +538,7 @@ int NetComm::setCommand(ICommand* cmd)
 int NetComm::sendCommand(int cmdId, const CommandTexts& texts)
 {
     if (cmdId == COMMAND_START) {
-        ScanData.reset(new (std::nothrow) DataBuffer);
+        ScanData = std::make_unique<DataBuffer>();
     }
     std::unique_ptr<unsigned char[]> bytes;
     int length = 0;
@@ -596,7 +597,7 @@ int NetComm::readReply(CResponse* reply)
     const int count = takeReply(bytes);
     SL_TRACE("Global Buff: %d", iGlobalSize);
     SL_TRACE("Data Buff: %d", count);
-    reply->setHeader(bytes, count);
+    reply->receive(bytes, count);
     return reply->getReply();
 }
 
@@ -645,7 +646,7 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
         const std::unique_ptr<unsigned char, Free> message(bytes);
         SL_TRACE("after readMessage().  ret: %d", result);
         if (result == TRANSPORT_OK) {
-            reply->setHeader(bytes, size);
+            reply->receive(bytes, size);
             result = reply->getReply() == expected ? 0 : 1;
         }
         if (result == TRANSPORT_OK || (result == TRANSPORT_READ_FAILED && isWaitOver())) {
@@ -665,21 +666,16 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
         tickleCounter = kEmptyBlocks;
         bReadBroken = false;
         // Image bytes without a block header may still wait for more that never came.
-        const int moved =
-            isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer) : 0;
-        *bytesRead += std::max(moved, 0);
+        *bytesRead += isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer) : 0;
         const ScanRecord record;
         return record.process(imageBlock, size, image);
     }
     SL_TRACE("image data acquired");
-    const int moved =
-        isScanning ? ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer)
-                   : -1;
-    if (moved < 0) {
+    if (!isScanning) {
         SL_TRACE("[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
         return RECORD_END_OF_DATA;
     }
-    *bytesRead += moved;
+    *bytesRead += ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer);
     return TRANSPORT_OK;
 }
 
@@ -690,6 +686,9 @@ int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
     if (result != TRANSPORT_OK) {
         SL_TRACE("[ERROR] unable to read image %d", result);
         return RECORD_END_OF_DATA;
+    }
+    if (createBuffer() != 0) {
+        throw std::bad_alloc();
     }
     if (setHBNData(imageBlock, &size) != 0) {
         if (--tickleCounter > 0) {

@@ -271,7 +271,7 @@ void ScanLib::LoadScanDeviceProperties()
     SL_START();
     CResponse response;
     if (pComm) {
-        pComm->writeCommand(COMMAND_PROPERTIES, &response);
+        writeCommand(COMMAND_PROPERTIES, &response);
     }
     const CProps* properties = response.getProperties();
     if (response.getReply() != COMMAND_PROPERTIES || properties == nullptr) {
@@ -396,10 +396,20 @@ int ScanLib::Start()
     SL_RETURN(status);
 }
 
+// Nothing but memory can be missing for the bytes of a command.
+int ScanLib::writeCommand(int command, CResponse* response)
+{
+    const int result = pComm->writeCommand(command, response);
+    if (result == TRANSPORT_BAD_COMMAND) {
+        throw std::bad_alloc();
+    }
+    return result;
+}
+
 // Writes lock or start; the SANE status of the step.
 int ScanLib::writeJobCommand(int command, CResponse* response, const char* step)
 {
-    const int result = pComm->writeCommand(command, response);
+    const int result = writeCommand(command, response);
     if (result != command) {
         SL_TRACE("WriteCmd %s failed ret = %d", step, result);
         return SANE_STATUS_IO_ERROR;
@@ -453,20 +463,47 @@ int ScanLib::startJob()
     if (cancelToken.isRequested()) {
         return SANE_STATUS_CANCELLED;
     }
+    return lockAndStart();
+}
+
+// Without memory for it, the device is left as it was.
+int ScanLib::lockAndStart()
+{
     CResponse response;
-    status = writeJobCommand(COMMAND_LOCK, &response, "Lock");
+    bool isLocked = false;
+    try {
+        const int status = lock(&response);
+        isLocked = true;
+        return status == SANE_STATUS_GOOD ? startFrame(&response) : status;
+    } catch (const std::bad_alloc& error) {
+        const bool isObeyed = dynamic_cast<const ReplyLost*>(&error) != nullptr;
+        if (isLocked && isObeyed) {
+            ScanInProgress = 1;
+        }
+        if (isLocked || isObeyed) {
+            endWithoutMemory();
+        }
+        throw;
+    }
+}
+
+int ScanLib::lock(CResponse* response)
+{
+    const int status = writeJobCommand(COMMAND_LOCK, response, "Lock");
     if (cancelToken.isRequested()) {
-        if (mayBeObeyed(status, COMMAND_LOCK, response)) {
+        if (mayBeObeyed(status, COMMAND_LOCK, *response)) {
             Unlock();
         }
         return SANE_STATUS_CANCELLED;
     }
-    if (status != SANE_STATUS_GOOD) {
-        return status;
-    }
-    status = writeJobCommand(COMMAND_START, &response, "Start");
+    return status;
+}
+
+int ScanLib::startFrame(CResponse* response)
+{
+    const int status = writeJobCommand(COMMAND_START, response, "Start");
     if (status != SANE_STATUS_GOOD &&
-        !(cancelToken.isRequested() && mayBeObeyed(status, COMMAND_START, response))) {
+        !(cancelToken.isRequested() && mayBeObeyed(status, COMMAND_START, *response))) {
         return status;
     }
     beginFrame();
@@ -497,7 +534,7 @@ bool ScanLib::checkFeeder(int* adf, int* ret)
 {
     SL_TRACE("Write Cmd ScanADFStatus");
     CResponse response;
-    pComm->writeCommand(COMMAND_FEEDER_STATUS, &response);
+    writeCommand(COMMAND_FEEDER_STATUS, &response);
     const int feeder = response.getADFStatus();
     const bool isPreviewRefused = GetIntValue("PREVIEW") != 0 && GetIntValue("ADFPREVIEW") == 0;
     if (GetIntValue("SCAN_SOURCE") != kFeederSource) {
@@ -668,7 +705,7 @@ int ScanLib::transfer(int need)
 }
 
 int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
-{
+try {
     SL_START();
     *length = 0;
     if (!isReady()) {
@@ -696,6 +733,12 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
     SL_TRACE("length = %d", *length);
     SL_TRACE("retstatus = %d", status);
     SL_RETURN(status);
+} catch (const std::bad_alloc&) {
+    // What is missing of the frame cannot be read again.
+    if (!cancelToken.isDraining()) {
+        endWithoutMemory();
+    }
+    throw;
 }
 
 // A transfer that ended for good is not taken up again before the next start. After an
@@ -753,7 +796,12 @@ int ScanLib::CancelAndFlush()
     const int ret = Cancel();
     int retstatus = SANE_STATUS_GOOD;
     if (ret == SANE_STATUS_GOOD) {
-        retstatus = flush();
+        try {
+            retstatus = flush();
+        } catch (const std::bad_alloc&) {
+            pComm->closeDevice();
+            throw;
+        }
     }
     SL_TRACE("retstatus = %d", retstatus);
     if (pComm) {
@@ -771,13 +819,34 @@ int ScanLib::Unlock()
         if (cancelToken.isRequested() || cancelToken.isDraining()) {
             limit.emplace(cancelToken, kUnlockLimit);
         }
-        CResponse response;
-        if (pComm->writeCommand(COMMAND_UNLOCK, &response) == COMMAND_UNLOCK) {
-            SL_TRACE("Unlock Successful");
+        try {
+            CResponse response;
+            if (pComm->writeCommand(COMMAND_UNLOCK, &response) == COMMAND_UNLOCK) {
+                SL_TRACE("Unlock Successful");
+            }
+        } catch (const std::bad_alloc&) {
+            SL_TRACE("[ERROR] no memory to unlock");
         }
     }
     ScanInProgress = 0;
     SL_RETURN(0);
+}
+
+// Ends a job that the engine has no memory for: the device gets out of it as if cancelled, unless
+// it has come to its end.
+void ScanLib::endWithoutMemory() noexcept
+{
+    try {
+        if (ScanInProgress == 1 && !isDataOver) {
+            CancelAndFlush();
+        } else {
+            Unlock();
+        }
+    } catch (const std::bad_alloc&) {
+        SL_TRACE("[ERROR] no memory to end the job");
+    }
+    isDataOver = false;
+    AcquireImageStatus = SANE_STATUS_NO_MEM;
 }
 
 // Carries out, on the stack of the running operation, a cancel that arrived meanwhile.

@@ -130,8 +130,12 @@ private:
     bool isReady() const;
     int prepareJob();
     int startJob();
+    int lockAndStart();
+    int lock(CResponse* response);
+    int startFrame(CResponse* response);
     static bool mayBeObeyed(int status, int command, const CResponse& response);
     void beginFrame();
+    int writeCommand(int command, CResponse* response);
     int writeJobCommand(int command, CResponse* response, const char* step);
     bool checkFeeder(int* adf, int* ret);
     int refuse(const char* reason);
@@ -144,6 +148,7 @@ private:
     int finishStages();
     int endTransfer(int status);
     int flush();
+    void endWithoutMemory() noexcept;
     int cancelRunning();
     void cancelTooLate();
 

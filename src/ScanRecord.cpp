@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -69,7 +70,10 @@ int ScanRecord::process(const unsigned char* block, int size, ImageData* image) 
 int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
                               int size, DataBuffer* buffer)
 {
-    return scanData->SetRawData(block, size) != 0 ? moveImageBytes(cmd, scanData, buffer) : -1;
+    if (scanData->SetRawData(block, size) == 0) {
+        throw std::bad_alloc();
+    }
+    return moveImageBytes(cmd, scanData, buffer);
 }
 
 int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer)
@@ -80,7 +84,7 @@ int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* 
         isMore = cmd->removeESC(scanData) != 0;
         const int ready = scanData->GetProcessedDataSize();
         if (ready > 0 && scanData->GetProcessedData(buffer, ready) != ready) {
-            return -1;
+            throw std::bad_alloc();
         }
         moved += ready;
     }

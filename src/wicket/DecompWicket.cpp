@@ -266,7 +266,8 @@ void CDecompWicket::writeDump(const unsigned char* chunk, int index)
     char name[64];
     snprintf(name, sizeof name, "%sdump%02d.dat", "/tmp/", index);
     const int descriptor =
-        open(name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        open(name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK,
+             S_IRUSR | S_IWUSR);
     FILE* file = descriptor >= 0 ? fdopen(descriptor, "wb") : nullptr;
     if (file == nullptr) {
         if (descriptor >= 0) {

@@ -4,11 +4,15 @@
 #include "Hooks.h"
 #include "Next.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <utility>
+
+#include <link.h>
 
 namespace memory {
 
@@ -74,10 +78,37 @@ void forget(void* block)
     }
 }
 
-bool refuse(const char* name)
+struct Range {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+};
+Range spared = {0, 0};
+
+int findRange(dl_phdr_info* library, std::size_t /*size*/, void* name)
+{
+    if (strstr(library->dlpi_name, static_cast<const char*>(name)) == nullptr) {
+        return 0;
+    }
+    for (int i = 0; i < library->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = library->dlpi_phdr[i];
+        if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0) {
+            spared.begin = library->dlpi_addr + segment.p_vaddr;
+            spared.end = spared.begin + segment.p_memsz;
+        }
+    }
+    return 1;
+}
+
+bool refuse(const char* name, const void* caller)
 {
     hooks::noteUnsafe(name);
-    return depth == 0 && Allocations::refuseNext();
+    const std::uintptr_t from = reinterpret_cast<std::uintptr_t>(caller);
+    const bool isSpared = from >= spared.begin && from < spared.end;
+    const bool isRefused = depth == 0 && !isSpared && Allocations::refuseNext();
+    if (isRefused) {
+        errno = ENOMEM;
+    }
+    return isRefused;
 }
 
 Next<void*(std::size_t)> realMalloc("malloc");
@@ -90,7 +121,7 @@ Next<void*(std::size_t)> realNewArray("_Znam");
 template <typename Real>
 void* allocate(Real& real, std::size_t size, const char* name)
 {
-    if (refuse(name)) {
+    if (refuse(name, nullptr)) {
         return nullptr;
     }
     ++depth;
@@ -110,6 +141,11 @@ void* allocateOrThrow(Real& real, std::size_t size)
 }
 
 }  // namespace
+
+void spare(const char* library)
+{
+    dl_iterate_phdr(findRange, const_cast<char*>(library));
+}
 
 void remember(bool isOn)
 {
@@ -139,17 +175,21 @@ const char* __lsan_default_suppressions()
 
 void* malloc(std::size_t size)
 {
-    return memory::refuse("malloc") ? nullptr : memory::note(memory::realMalloc(size));
+    return memory::refuse("malloc", __builtin_return_address(0))
+               ? nullptr
+               : memory::note(memory::realMalloc(size));
 }
 
 void* calloc(std::size_t count, std::size_t size)
 {
-    return memory::refuse("calloc") ? nullptr : memory::note(memory::realCalloc(count, size));
+    return memory::refuse("calloc", __builtin_return_address(0))
+               ? nullptr
+               : memory::note(memory::realCalloc(count, size));
 }
 
 void* realloc(void* block, std::size_t size)
 {
-    if (memory::refuse("realloc")) {
+    if (memory::refuse("realloc", __builtin_return_address(0))) {
         return nullptr;
     }
     memory::forget(block);

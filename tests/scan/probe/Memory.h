@@ -4,6 +4,9 @@
 
 namespace memory {
 
+// Nothing is refused to the loaded library whose file name contains that.
+void spare(const char* library);
+
 // From now on the calling thread's allocations are remembered until they are freed.
 void remember(bool isOn);
 // How many are.

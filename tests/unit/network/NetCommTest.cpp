@@ -310,6 +310,17 @@ TEST_F(NetCommTest, CancelEndsTheConnecting)
     EXPECT_THAT(watch.elapsed(), Lt(milliseconds(700)));
 }
 
+// Nothing is said, or waited for, over a connection that is cancelled already.
+TEST_F(NetCommTest, CancelledConnectionIsNotTickled)
+{
+    token.request();
+    EXPECT_EQ(comm->openDevice(), 1);
+    EXPECT_EQ(logCount("[WARN] tickle data not received. retries remaining: 3"), 0);
+    EXPECT_FALSE(logged("[ERROR] Unable to send intro message to scanner"));
+    EXPECT_FALSE(logged("data to be sent"));
+    EXPECT_TRUE(logged("[ERROR] Not tickled. Closing device"));
+}
+
 TEST_F(NetCommTest, GreetingIsNotAnswered)
 {
     const int before = openDescriptors();

@@ -383,6 +383,12 @@ TEST_F(Chunks, ADumpHoldsTheChunk)
     decoder.DumpCompressedData(chunk.data(), getpid() + 1000);
     EXPECT_NE(access(target.c_str(), F_OK), 0);
     unlink(name.c_str());
+    // Nor is a reader waited for.
+    ASSERT_EQ(mkfifo(name.c_str(), S_IRUSR | S_IWUSR), 0);
+    alarm(10);
+    decoder.DumpCompressedData(chunk.data(), getpid() + 1000);
+    alarm(0);
+    unlink(name.c_str());
 }
 
 // ---- nothing of what the output held before ---------------------------------------------------

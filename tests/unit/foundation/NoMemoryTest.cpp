@@ -1,0 +1,102 @@
+// What cannot be had again is never lost in silence: without memory for it there is an exception.
+#include "Allocations.h"
+#include "CResponse.h"
+#include "DataBuffer.h"
+#include "ICommand.h"
+#include "ICommunication.h"
+#include "ImageData.h"
+#include "InterleaveHandler.h"
+#include "ScanRecord.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+
+namespace {
+
+const unsigned char kReply[8] = {0x1B, 'S', 0x05, 0, 0, 0, 0x80, 0};
+
+// More than this does not go into its first block.
+void fill(DataBuffer& buffer)
+{
+    const unsigned char bytes[4096] = {};
+    buffer.SetRawData(bytes, sizeof bytes / 2);
+    buffer.SetRawData(bytes, sizeof bytes / 2);
+}
+
+TEST(NoMemory, ForAReply)
+{
+    CResponse response;
+    {
+        const Allocations allocations(0);
+        EXPECT_THROW(response.receive(kReply, sizeof kReply), ReplyLost);
+    }
+    EXPECT_EQ(response.getReply(), 0);
+    response.receive(kReply, sizeof kReply);
+    EXPECT_EQ(response.getReply(), 3);
+    response.receive(kReply, 3);
+    EXPECT_EQ(response.getReply(), 3) << "a short one is not a matter of memory";
+}
+
+TEST(NoMemory, ForARecord)
+{
+    unsigned char end[31] = {0x1B, 'S', 0x02, 0, 0, 0, 0x80, 0, RECORD_END_OF_DATA};
+    ImageData image;
+    const ScanRecord record;
+    const Allocations allocations(0);
+    EXPECT_THROW(record.process(end, sizeof end, &image), std::bad_alloc);
+}
+
+TEST(NoMemory, ForAPageMarkerAtFirst)
+{
+    unsigned char marker[31] = {0x1B, 'S', 0x02, 0, 0, 0, 0x80, 0, RECORD_PAGE_MARKER, 0, 1, 12};
+    ImageData image;
+    const ScanRecord record;
+    {
+        const Allocations allocations(0);
+        EXPECT_THROW(record.process(marker, sizeof marker, &image), std::bad_alloc);
+    }
+    EXPECT_EQ(image.GetInterleaveWidth(), 12);
+}
+
+TEST(NoMemory, ForImageBytes)
+{
+    const std::unique_ptr<ICommand> command(ICommand::createCmdInstance(326));
+    const unsigned char block[100] = {1, 2, 3};
+    for (int granted = 0; granted < 2; ++granted) {
+        DataBuffer scanData;
+        DataBuffer buffer;
+        fill(buffer);
+        const Allocations allocations(granted);
+        EXPECT_THROW(
+            ScanRecord::addImageBytes(command.get(), &scanData, block, sizeof block, &buffer),
+            std::bad_alloc)
+            << granted;
+    }
+}
+
+TEST(NoMemory, ForALine)
+{
+    const unsigned char line[12] = {1, 2, 3};
+    for (const bool isInterleaved : {false, true}) {
+        ImageData image;
+        image.SetAttributes(12, 2, 12, GRAY, FLIP_OFF, COMPRESSION_OFF_RAW, 0);
+        if (isInterleaved) {
+            image.SetInterleaveInfo(12, 2, 0, 0, 0);
+        }
+        fill(image);
+        DataBuffer in;
+        in.SetRawData(line, sizeof line);
+        in.SetProcessedDataSize(sizeof line);
+        InterleaveHandler handler;
+        {
+            const Allocations allocations(0);
+            EXPECT_THROW(handler.DoInterleave(&in, &image), std::bad_alloc) << isInterleaved;
+        }
+        EXPECT_EQ(in.GetProcessedDataSize(), 12) << "the line waits";
+    }
+}
+
+}  // namespace
