@@ -421,13 +421,16 @@ TEST_F(HandleTest, MirroringKeepsEveryPixel)
     engine->set("ADFDPILIMIT", 300);
     engine->transport->feederStatus = 2;
     setResolution(300);
-    for (int tenths = 0; tenths < 500; tenths++) {
-        engine->set("CURRENTTLX", tenths / 10.0);
-        engine->set("CURRENTBRX", 100.0 + tenths / 7.0);
+    constexpr double kPixel = 25.4 / 300;
+    // Whole pixels: the last bit of a width decides about one of them.
+    for (int n = 0; n < 500; n++) {
+        const double corner = n * kPixel;
+        engine->set("CURRENTTLX", corner);
+        engine->set("CURRENTBRX", corner + (310 + n) * kPixel);
         engine->set("CURRENTDPI", 300);
         const int pixels = engine->GetIntValue("PIXELS_PER_LINE");
         ASSERT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_GOOD);
-        EXPECT_EQ(engine->GetIntValue("PIXELS_PER_LINE"), pixels) << tenths;
+        EXPECT_EQ(engine->GetIntValue("PIXELS_PER_LINE"), pixels) << n;
     }
 }
 

@@ -290,6 +290,9 @@ TEST_F(DeviceNetTest, ListingWithoutMemory)
         }
         const Allocations::Pause pause;
         EXPECT_EQ(found.names != nullptr, result == 0) << granted;
+        for (int i = 0; result == 0 && i < found.count; i++) {
+            EXPECT_NE(found.names[i], nullptr) << granted;
+        }
         EXPECT_EQ(usb.openHandles, 0) << granted;
     });
     EXPECT_EQ(result, 0);

@@ -395,6 +395,7 @@ TEST_F(NetCommTest, ConnectionIsLostBeforeTheGreeting)
     EXPECT_EQ(comm->openDevice(), 1);
     EXPECT_EQ(comm->iScanSock, -1);
     EXPECT_FALSE(comm->bConnected);
+    EXPECT_FALSE(logged("disallowing read/write on socket")) << "there is none any more";
 }
 
 TEST_F(NetCommTest, GreetingWithoutMemory)
