@@ -39,14 +39,14 @@ int commandOfCode(unsigned char code)
 int CResponse::setHeader(const unsigned char* data, int size)
 {
     if (data == nullptr) {
-        return 2;
+        return kLost;
     }
     if (size < kSmallestReply) {
         return 3;
     }
     auto copy = RecordBytes::copyPadded(data, size, size);
     if (!copy) {
-        return 2;
+        return kLost;
     }
     pData = std::move(copy);
     iSize = size;
@@ -54,18 +54,11 @@ int CResponse::setHeader(const unsigned char* data, int size)
     return pData[2] == kPropertiesCode ? processProps() : 0;
 }
 
-void CResponse::receive(const unsigned char* data, int size)
-{
-    if (setHeader(data, size) == 2) {
-        throw ReplyLost();
-    }
-}
-
 int CResponse::processProps()
 {
     property.reset(new (std::nothrow) CProps);
     if (!property || !pData) {
-        return 2;
+        return kLost;
     }
     const int offset = std::min(kDataOffset, iSize);
     const int length = RecordBytes::int16(pData.get() + 4);

@@ -5,10 +5,6 @@
 #include "CProps.h"
 
 #include <memory>
-#include <new>
-
-// There is no memory for a reply, which is lost. The device has got the command.
-class ReplyLost : public std::bad_alloc {};
 
 // Byte 0 is ESC, byte 1 the command class, byte 2 the command code, bytes 4-5 the
 // length of what follows byte 7 (little-endian), byte 6 the status, byte 7 the feeder
@@ -19,8 +15,7 @@ public:
     // Copies a reply, in the place of an earlier one. 0, 2 for null or no memory,
     // 3 for fewer than 6 bytes (the earlier reply stays).
     int setHeader(const unsigned char* data, int size);
-    // The same with bytes that cannot be had again: throws ReplyLost without memory for them.
-    void receive(const unsigned char* data, int size);
+    static constexpr int kLost = 2;
 
     // The number of the command that the reply answers; 0 also for an unknown reply.
     int getReply() const;

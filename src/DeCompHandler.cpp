@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 
 namespace {
@@ -26,7 +27,11 @@ std::unique_ptr<CDecomp> DeCompHandler::createDecompressor(int technology)
     if (technology != kWicket) {
         return nullptr;
     }
-    return std::make_unique<CDecompWicket>(1);
+    try {
+        return std::make_unique<CDecompWicket>(1);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 int DeCompHandler::Initialize(ConfigReader* cfg)
@@ -42,9 +47,13 @@ int DeCompHandler::Initialize(ConfigReader* cfg)
     CompressionType = cfg->GetIntOption("COMPRESSIONTECH");
     if (cfg->GetIntOption("COMPRESSION") == 1) {
         SL_TRACE("Compression is on");
-        if (auto created = createDecompressor(CompressionType)) {
+        auto created = createDecompressor(CompressionType);
+        if (created) {
             DeCompressor = std::move(created);
             SL_TRACE("Type is Wicket4");
+        } else if (CompressionType == kWicket) {
+            SL_TRACE("[ERROR] no memory to decompress");
+            SL_RETURN(0);
         }
     }
     // A decompressor of an earlier scan stays in use.

@@ -20,7 +20,8 @@ public:
     DeCompHandler& operator=(const DeCompHandler&) = delete;
     virtual ~DeCompHandler();
 
-    // Reads the settings of the coming scan and forgets the page before. Returns 1.
+    // Reads the settings of the coming scan and forgets the page before. Returns 1, or 0 without
+    // memory for the decompressor.
     int Initialize(ConfigReader* cfg);
 
     // Handles one chunk on the raw side of in: it becomes finished lines at the end of

@@ -10,6 +10,7 @@ class ImageData;
 // Results of transport operations. ReadImage also returns the record response of the
 // device, whose values share these numbers.
 enum TransportStatus {
+    TRANSPORT_NO_MEMORY = -1,  // for what was read, which is lost; no device says so
     TRANSPORT_OK = 0,
     TRANSPORT_NO_CONNECTION = 1,  // the scanner cannot be reached
     TRANSPORT_NO_COMMAND = 2,     // no command object, or no memory

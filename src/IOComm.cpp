@@ -412,8 +412,8 @@ int IOComm::readReply(CResponse* reply)
             SL_TRACE("%2X %d", static_cast<unsigned>(block[i]), i);
         }
     }
-    reply->receive(block, size);
-    return reply->getReply();
+    return reply->setHeader(block, size) == CResponse::kLost ? TRANSPORT_NO_MEMORY
+                                                             : reply->getReply();
 }
 
 bool IOComm::isWaitOver(Clock::time_point lastHeard) const
@@ -436,7 +436,7 @@ int IOComm::awaitReply(CResponse* reply)
     Clock::time_point lastHeard = Clock::now();
     for (int attempt = 0; attempt < kReplyAttempts; ++attempt) {
         result = readReply(answer);
-        if (result == expected) {
+        if (result == expected || result == TRANSPORT_NO_MEMORY) {
             break;
         }
         if (result != TRANSPORT_READ_FAILED) {
@@ -459,7 +459,10 @@ int IOComm::writeCommand(int cmdId, CResponse* reply)
         SL_RETURN(TRANSPORT_NO_COMMAND);
     }
     if (cmdId == COMMAND_START) {
-        ScanData = std::make_unique<DataBuffer>();
+        ScanData.reset(new (std::nothrow) DataBuffer);
+        if (!ScanData) {
+            SL_RETURN(TRANSPORT_NO_COMMAND);
+        }
     }
     int result = sendCommand(cmdId);
     if (result == TRANSPORT_OK) {
@@ -482,7 +485,11 @@ void IOComm::traceHeader(const unsigned char* block) const
 int IOComm::readImageBytes(unsigned char* block, int size, int* bytesRead, DataBuffer* buffer)
 {
     traceHeader(block);
-    *bytesRead += ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
+    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
+    if (moved < 0) {
+        return TRANSPORT_NO_MEMORY;
+    }
+    *bytesRead += moved;
     return TRANSPORT_OK;
 }
 
@@ -507,7 +514,11 @@ int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
         SL_RETURN(readImageBytes(block, size, bytesRead, buffer));
     }
     // Image bytes without a block header may still wait for more that never came.
-    *bytesRead += ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
+    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
+    if (moved < 0) {
+        SL_RETURN(TRANSPORT_NO_MEMORY);
+    }
+    *bytesRead += moved;
     const ScanRecord record;
     SL_RETURN(record.process(block, size, image));
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 namespace {
 
@@ -134,7 +133,7 @@ void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
     const int taken = static_cast<int>(std::min<std::int64_t>(length, in->GetProcessedDataSize()));
     unsigned char* room = img->ExtendRawData(&croppedWidth);
     if (room == nullptr && croppedWidth > 0) {
-        throw std::bad_alloc();
+        return;
     }
     if (room != nullptr) {
         const MergedLine line(in->GetProcessedDataPtr(), length, taken, channel, trimmedPixel);
@@ -149,10 +148,8 @@ int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
     if (img->GetInterleave() == 0) {
         SL_TRACE("Interleaving is not needed.");
         const int ready = in->GetProcessedDataSize();
-        if (in->GetProcessedData(img, ready) != ready) {
-            throw std::bad_alloc();
-        }
-        SL_RETURN(0);
+        const int moved = in->GetProcessedData(img, ready);
+        SL_RETURN(moved == ready ? 0 : -1);
     }
     const std::int64_t InterleaveStride = lineLength(*img);
     SL_TRACE("InterleaveStride = %d", static_cast<int>(InterleaveStride));
@@ -161,8 +158,13 @@ int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
         SL_RETURN(-1);
     }
     while (in->GetProcessedDataSize() >= InterleaveStride) {
-        SL_TRACE("ScanData->GetProcessedDataSize = %d", in->GetProcessedDataSize());
+        const int before = in->GetProcessedDataSize();
+        SL_TRACE("ScanData->GetProcessedDataSize = %d", before);
         InterleaveLine(in, img);
+        if (in->GetProcessedDataSize() == before) {
+            SL_TRACE("[ERROR] no memory for a line, which waits");
+            SL_RETURN(-1);
+        }
     }
     SL_RETURN(1);
 }

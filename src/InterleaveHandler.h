@@ -11,14 +11,15 @@ public:
     virtual ~InterleaveHandler();
 
     // Moves processed bytes of in to the raw side of img. 1: whole interleaved lines were
-    // merged, 0: no interleaving, moved as they are (-1 too when there is no memory for
-    // them), -1: less than a line is ready; it stays.
+    // merged, 0: no interleaving, moved as they are, -1: less than a line is ready, or there is
+    // no memory; what is not moved stays.
     int DoInterleave(DataBuffer* in, ImageData* img);
 
-    // Merges the next line, of which bytes that in does not hold count as zero.
+    // Merges the next line, of which bytes that in does not hold count as zero. Without memory
+    // it stays.
     void InterleaveLine(DataBuffer* in, ImageData* img);
 
-    // At the end of the data: merges what is left of a last line. False if there are bytes
-    // that belong to no line, because the device announced lines without pixels.
+    // At the end of the data: merges what is left of a last line. False if bytes stay, for want
+    // of memory, or because the device announced lines without pixels.
     bool Finish(DataBuffer* in, ImageData* img);
 };

@@ -538,7 +538,10 @@ int NetComm::setCommand(ICommand* cmd)
 int NetComm::sendCommand(int cmdId, const CommandTexts& texts)
 {
     if (cmdId == COMMAND_START) {
-        ScanData = std::make_unique<DataBuffer>();
+        ScanData.reset(new (std::nothrow) DataBuffer);
+        if (!ScanData) {
+            return TRANSPORT_NO_COMMAND;
+        }
     }
     std::unique_ptr<unsigned char[]> bytes;
     int length = 0;
@@ -597,8 +600,8 @@ int NetComm::readReply(CResponse* reply)
     const int count = takeReply(bytes);
     SL_TRACE("Global Buff: %d", iGlobalSize);
     SL_TRACE("Data Buff: %d", count);
-    reply->receive(bytes, count);
-    return reply->getReply();
+    return reply->setHeader(bytes, count) == CResponse::kLost ? TRANSPORT_NO_MEMORY
+                                                              : reply->getReply();
 }
 
 int NetComm::writeCommand(int cmdId, CResponse* reply)
@@ -617,7 +620,8 @@ int NetComm::writeCommand(int cmdId, CResponse* reply)
     for (int left = kReplyAttempts; left > 0; --left) {
         SL_TRACE("entering read command after write command id %d", cmdId);
         result = readReply(reply != nullptr ? reply : &unwanted);
-        if (result == expected || (result == TRANSPORT_READ_FAILED && isWaitOver())) {
+        if (result == expected || result == TRANSPORT_NO_MEMORY ||
+            (result == TRANSPORT_READ_FAILED && isWaitOver())) {
             break;
         }
     }
@@ -646,7 +650,7 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
         const std::unique_ptr<unsigned char, Free> message(bytes);
         SL_TRACE("after readMessage().  ret: %d", result);
         if (result == TRANSPORT_OK) {
-            reply->receive(bytes, size);
+            reply->setHeader(bytes, size);
             result = reply->getReply() == expected ? 0 : 1;
         }
         if (result == TRANSPORT_OK || (result == TRANSPORT_READ_FAILED && isWaitOver())) {
@@ -666,7 +670,12 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
         tickleCounter = kEmptyBlocks;
         bReadBroken = false;
         // Image bytes without a block header may still wait for more that never came.
-        *bytesRead += isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer) : 0;
+        const int moved =
+            isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer) : 0;
+        if (moved < 0) {
+            return TRANSPORT_NO_MEMORY;
+        }
+        *bytesRead += moved;
         const ScanRecord record;
         return record.process(imageBlock, size, image);
     }
@@ -675,7 +684,11 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
         SL_TRACE("[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
         return RECORD_END_OF_DATA;
     }
-    *bytesRead += ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer);
+    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer);
+    if (moved < 0) {
+        return TRANSPORT_NO_MEMORY;
+    }
+    *bytesRead += moved;
     return TRANSPORT_OK;
 }
 
@@ -688,7 +701,7 @@ int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
         return RECORD_END_OF_DATA;
     }
     if (createBuffer() != 0) {
-        throw std::bad_alloc();
+        return TRANSPORT_NO_MEMORY;
     }
     if (setHBNData(imageBlock, &size) != 0) {
         if (--tickleCounter > 0) {

@@ -63,6 +63,15 @@ constexpr int kLastNarrowDpi = 299;
 constexpr const char* kEditsSwitch = "SCAN_DEVICE_WITH_EDITS";
 constexpr const char* kEditsMarker = "/tmp/scan_problem.dump";
 
+// Bytes of the frame are gone; unlike any SANE status.
+constexpr int kBytesLost = -1;
+
+// Nothing but memory can be missing for the bytes of a command.
+bool isNotSent(int result)
+{
+    return result == TRANSPORT_BAD_COMMAND || result == TRANSPORT_NO_COMMAND;
+}
+
 // touch, but never through a symbolic link that somebody left in /tmp.
 void touchMarker()
 {
@@ -206,6 +215,10 @@ int ScanLib::setUpPipeline()
 {
     SL_TRACE("loading device properties");
     LoadScanDeviceProperties();
+    if (isReplyLost) {
+        SL_TRACE("[ERROR] no memory for the device properties");
+        return SANE_STATUS_NO_MEM;
+    }
     MyDecompressor = std::make_unique<DeCompHandler>();
     Interleaver = std::make_unique<InterleaveHandler>();
     ImageHandler = std::make_unique<RawDataHandler>();
@@ -271,7 +284,7 @@ void ScanLib::LoadScanDeviceProperties()
     SL_START();
     CResponse response;
     if (pComm) {
-        writeCommand(COMMAND_PROPERTIES, &response);
+        isReplyLost = pComm->writeCommand(COMMAND_PROPERTIES, &response) == TRANSPORT_NO_MEMORY;
     }
     const CProps* properties = response.getProperties();
     if (response.getReply() != COMMAND_PROPERTIES || properties == nullptr) {
@@ -396,25 +409,15 @@ int ScanLib::Start()
     SL_RETURN(status);
 }
 
-// Nothing but memory can be missing for the bytes of a command.
-int ScanLib::writeCommand(int command, CResponse* response)
+// The SANE status of lock or start, from the result of writing it and from the reply.
+int ScanLib::jobStatus(int result, int command, const CResponse& response, const char* step)
 {
-    const int result = pComm->writeCommand(command, response);
-    if (result == TRANSPORT_BAD_COMMAND) {
-        throw std::bad_alloc();
-    }
-    return result;
-}
-
-// Writes lock or start; the SANE status of the step.
-int ScanLib::writeJobCommand(int command, CResponse* response, const char* step)
-{
-    const int result = writeCommand(command, response);
     if (result != command) {
         SL_TRACE("WriteCmd %s failed ret = %d", step, result);
-        return SANE_STATUS_IO_ERROR;
+        return isNotSent(result) || result == TRANSPORT_NO_MEMORY ? SANE_STATUS_NO_MEM
+                                                                  : SANE_STATUS_IO_ERROR;
     }
-    const int status = MapToSLSTATUS(response->getStatus(), command);
+    const int status = MapToSLSTATUS(response.getStatus(), command);
     if (status != SANE_STATUS_GOOD) {
         SL_TRACE("%s failed ret = %d", step, status);
     }
@@ -463,62 +466,55 @@ int ScanLib::startJob()
     if (cancelToken.isRequested()) {
         return SANE_STATUS_CANCELLED;
     }
-    return lockAndStart();
+    status = lock();
+    return status == SANE_STATUS_GOOD ? startFrame() : status;
 }
 
-// Without memory for it, the device is left as it was.
-int ScanLib::lockAndStart()
+int ScanLib::lock()
 {
     CResponse response;
-    bool isLocked = false;
-    try {
-        const int status = lock(&response);
-        isLocked = true;
-        return status == SANE_STATUS_GOOD ? startFrame(&response) : status;
-    } catch (const std::bad_alloc& error) {
-        const bool isObeyed = dynamic_cast<const ReplyLost*>(&error) != nullptr;
-        if (isLocked && isObeyed) {
-            ScanInProgress = 1;
-        }
-        if (isLocked || isObeyed) {
-            endWithoutMemory();
-        }
-        throw;
-    }
-}
-
-int ScanLib::lock(CResponse* response)
-{
-    const int status = writeJobCommand(COMMAND_LOCK, response, "Lock");
+    const int result = pComm->writeCommand(COMMAND_LOCK, &response);
+    const int status = jobStatus(result, COMMAND_LOCK, response, "Lock");
     if (cancelToken.isRequested()) {
-        if (mayBeObeyed(status, COMMAND_LOCK, *response)) {
+        if (mayBeObeyed(status, COMMAND_LOCK, response)) {
             Unlock();
         }
         return SANE_STATUS_CANCELLED;
     }
-    return status;
-}
-
-int ScanLib::startFrame(CResponse* response)
-{
-    const int status = writeJobCommand(COMMAND_START, response, "Start");
-    if (status != SANE_STATUS_GOOD &&
-        !(cancelToken.isRequested() && mayBeObeyed(status, COMMAND_START, *response))) {
-        return status;
+    if (result == TRANSPORT_NO_MEMORY) {
+        Unlock();
     }
-    beginFrame();
-    SL_TRACE("All is well ret = %d", status);
     return status;
 }
 
-void ScanLib::beginFrame()
+int ScanLib::startFrame()
+{
+    CResponse response;
+    const int result = pComm->writeCommand(COMMAND_START, &response);
+    const int status = jobStatus(result, COMMAND_START, response, "Start");
+    const bool isLate = cancelToken.isRequested() && mayBeObeyed(status, COMMAND_START, response);
+    if (status == SANE_STATUS_GOOD || isLate || result == TRANSPORT_NO_MEMORY) {
+        return beginFrame(status);
+    }
+    if (isNotSent(result)) {
+        Unlock();
+    }
+    return status;
+}
+
+// status: that of the start, GOOD unless it was cancelled or its reply is lost. The device sends.
+int ScanLib::beginFrame(int status)
 {
     AcquireImageStatus = SANE_STATUS_GOOD;
     ScanInProgress = 1;
     isDataOver = false;
     Buffer->Reset();
-    MyDecompressor->Initialize(pCfgReader.get());
     linesRead = 0;
+    if (MyDecompressor->Initialize(pCfgReader.get()) == 0 || status == SANE_STATUS_NO_MEM) {
+        return abandon(SANE_STATUS_NO_MEM);
+    }
+    SL_TRACE("All is well ret = %d", status);
+    return status;
 }
 
 int ScanLib::refuse(const char* reason)
@@ -534,7 +530,7 @@ bool ScanLib::checkFeeder(int* adf, int* ret)
 {
     SL_TRACE("Write Cmd ScanADFStatus");
     CResponse response;
-    writeCommand(COMMAND_FEEDER_STATUS, &response);
+    pComm->writeCommand(COMMAND_FEEDER_STATUS, &response);
     const int feeder = response.getADFStatus();
     const bool isPreviewRefused = GetIntValue("PREVIEW") != 0 && GetIntValue("ADFPREVIEW") == 0;
     if (GetIntValue("SCAN_SOURCE") != kFeederSource) {
@@ -668,7 +664,7 @@ int ScanLib::endOfData() const
     return cancelToken.isDraining() ? SANE_STATUS_CANCELLED : SANE_STATUS_IO_ERROR;
 }
 
-// Reads and processes until need bytes are there; returns why it ended.
+// Reads and processes until need bytes are there; returns why it ended, kBytesLost without memory.
 int ScanLib::transfer(int need)
 {
     while (need >= 1) {
@@ -692,6 +688,11 @@ int ScanLib::transfer(int need)
         case RECORD_DEVICE_FAILURE:
             ScanInProgress = 0;
             return SANE_STATUS_IO_ERROR;
+        case TRANSPORT_NO_MEMORY:
+            if (!cancelToken.isDraining()) {
+                return kBytesLost;
+            }
+            break;
         case RECORD_NO_DATA_YET:
             break;
         default:
@@ -705,7 +706,7 @@ int ScanLib::transfer(int need)
 }
 
 int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
-try {
+{
     SL_START();
     *length = 0;
     if (!isReady()) {
@@ -716,6 +717,9 @@ try {
         status = transfer(bytesWanted(max_length));
         if (cancelToken.isRequested() && !cancelToken.isDraining()) {
             SL_RETURN(cancelRunning());
+        }
+        if (status == kBytesLost) {
+            SL_RETURN(abandon(SANE_STATUS_NO_MEM));
         }
         ImageHandler->Perform(Image.get());
         status = endTransfer(status);
@@ -733,12 +737,6 @@ try {
     SL_TRACE("length = %d", *length);
     SL_TRACE("retstatus = %d", status);
     SL_RETURN(status);
-} catch (const std::bad_alloc&) {
-    // What is missing of the frame cannot be read again.
-    if (!cancelToken.isDraining()) {
-        endWithoutMemory();
-    }
-    throw;
 }
 
 // A transfer that ended for good is not taken up again before the next start. After an
@@ -796,12 +794,7 @@ int ScanLib::CancelAndFlush()
     const int ret = Cancel();
     int retstatus = SANE_STATUS_GOOD;
     if (ret == SANE_STATUS_GOOD) {
-        try {
-            retstatus = flush();
-        } catch (const std::bad_alloc&) {
-            pComm->closeDevice();
-            throw;
-        }
+        retstatus = flush();
     }
     SL_TRACE("retstatus = %d", retstatus);
     if (pComm) {
@@ -819,44 +812,29 @@ int ScanLib::Unlock()
         if (cancelToken.isRequested() || cancelToken.isDraining()) {
             limit.emplace(cancelToken, kUnlockLimit);
         }
-        try {
-            CResponse response;
-            if (pComm->writeCommand(COMMAND_UNLOCK, &response) == COMMAND_UNLOCK) {
-                SL_TRACE("Unlock Successful");
-            }
-        } catch (const std::bad_alloc&) {
-            SL_TRACE("[ERROR] no memory to unlock");
+        CResponse response;
+        if (pComm->writeCommand(COMMAND_UNLOCK, &response) == COMMAND_UNLOCK) {
+            SL_TRACE("Unlock Successful");
         }
     }
     ScanInProgress = 0;
     SL_RETURN(0);
 }
 
-// Ends a job that the engine has no memory for: the device gets out of it as if cancelled, unless
-// it has come to its end.
-void ScanLib::endWithoutMemory() noexcept
+// Gets the device out of a running job; later reads end with that status.
+int ScanLib::abandon(int status)
 {
-    try {
-        if (ScanInProgress == 1 && !isDataOver) {
-            CancelAndFlush();
-        } else {
-            Unlock();
-        }
-    } catch (const std::bad_alloc&) {
-        SL_TRACE("[ERROR] no memory to end the job");
-    }
+    CancelAndFlush();
     isDataOver = false;
-    AcquireImageStatus = SANE_STATUS_NO_MEM;
+    AcquireImageStatus = status;
+    return status;
 }
 
 // Carries out, on the stack of the running operation, a cancel that arrived meanwhile.
 int ScanLib::cancelRunning()
 {
     cancelToken.consume();
-    CancelAndFlush();
-    isDataOver = false;
-    AcquireImageStatus = SANE_STATUS_CANCELLED;
-    return SANE_STATUS_CANCELLED;
+    return abandon(SANE_STATUS_CANCELLED);
 }
 
 // Carries out a cancel that the operation has not seen. Later reads must not take the end of

@@ -130,13 +130,11 @@ private:
     bool isReady() const;
     int prepareJob();
     int startJob();
-    int lockAndStart();
-    int lock(CResponse* response);
-    int startFrame(CResponse* response);
+    int lock();
+    int startFrame();
     static bool mayBeObeyed(int status, int command, const CResponse& response);
-    void beginFrame();
-    int writeCommand(int command, CResponse* response);
-    int writeJobCommand(int command, CResponse* response, const char* step);
+    int beginFrame(int status);
+    int jobStatus(int result, int command, const CResponse& response, const char* step);
     bool checkFeeder(int* adf, int* ret);
     int refuse(const char* reason);
 
@@ -148,11 +146,12 @@ private:
     int finishStages();
     int endTransfer(int status);
     int flush();
-    void endWithoutMemory() noexcept;
+    int abandon(int status);
     int cancelRunning();
     void cancelTooLate();
 
-    bool isDataOver = false;  // of the frame; what is held may still have to go out
+    bool isReplyLost = false;  // that about the properties, for want of memory
+    bool isDataOver = false;   // of the frame; what is held may still have to go out
     std::atomic<bool> bBusy{false};
     CancelToken cancelToken;
 };

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <new>
 
 namespace {
 
@@ -71,7 +70,7 @@ int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigne
                               int size, DataBuffer* buffer)
 {
     if (scanData->SetRawData(block, size) == 0) {
-        throw std::bad_alloc();
+        return -1;
     }
     return moveImageBytes(cmd, scanData, buffer);
 }
@@ -84,7 +83,7 @@ int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* 
         isMore = cmd->removeESC(scanData) != 0;
         const int ready = scanData->GetProcessedDataSize();
         if (ready > 0 && scanData->GetProcessedData(buffer, ready) != ready) {
-            throw std::bad_alloc();
+            return -1;
         }
         moved += ready;
     }

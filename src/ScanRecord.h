@@ -18,12 +18,11 @@ public:
     // Passes the geometry of a page marker on to image; returns the record response.
     int process(const unsigned char* block, int size, ImageData* image) const;
 
-    // Both throw std::bad_alloc rather than lose bytes of the image.
     // Appends the bytes of an image block to scanData, then moves as below.
     static int addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
                              int size, DataBuffer* buffer);
     // Frees the raw bytes of scanData from block headers and moves the image bytes to
-    // the raw side of buffer. Returns their number.
+    // the raw side of buffer. Returns their number, or -1 without memory.
     static int moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer);
 
 private:

@@ -157,7 +157,7 @@ TEST(AcquireImageTest, PageThatBreaksOff)
 
 TEST(AcquireImageTest, AnyOtherResultIsData)
 {
-    for (const int result : {0, 6, 7, 8, 9, 10, 14, 16, 17, 19, 255, -1}) {
+    for (const int result : {0, 6, 7, 8, 9, 10, 14, 16, 17, 19, 255, 256}) {
         TestEngine engine;
         engine.startFrame();
         engine.transport->steps = {{result, ramp(10)}};

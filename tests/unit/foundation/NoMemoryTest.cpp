@@ -1,7 +1,9 @@
-// What cannot be had again is never lost in silence: without memory for it there is an exception.
+// What cannot be had again is never lost in silence.
 #include "Allocations.h"
 #include "CResponse.h"
 #include "DataBuffer.h"
+#include "DeCompHandler.h"
+#include "FlatFileReader.h"
 #include "ICommand.h"
 #include "ICommunication.h"
 #include "ImageData.h"
@@ -12,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <new>
 
 namespace {
 
@@ -31,13 +32,14 @@ TEST(NoMemory, ForAReply)
     CResponse response;
     {
         const Allocations allocations(0);
-        EXPECT_THROW(response.receive(kReply, sizeof kReply), ReplyLost);
+        EXPECT_EQ(response.setHeader(kReply, sizeof kReply), CResponse::kLost);
     }
     EXPECT_EQ(response.getReply(), 0);
-    response.receive(kReply, sizeof kReply);
+    EXPECT_EQ(response.setHeader(kReply, sizeof kReply), 0);
     EXPECT_EQ(response.getReply(), 3);
-    response.receive(kReply, 3);
-    EXPECT_EQ(response.getReply(), 3) << "a short one is not a matter of memory";
+    const Allocations allocations(0);
+    EXPECT_NE(response.setHeader(kReply, 3), CResponse::kLost)
+        << "a short one is not a matter of memory";
 }
 
 // Neither the end of a page nor its geometry gets lost.
@@ -62,9 +64,8 @@ TEST(NoMemory, ForImageBytes)
         DataBuffer buffer;
         fill(buffer);
         const Allocations allocations(granted);
-        EXPECT_THROW(
-            ScanRecord::addImageBytes(command.get(), &scanData, block, sizeof block, &buffer),
-            std::bad_alloc)
+        EXPECT_EQ(ScanRecord::addImageBytes(command.get(), &scanData, block, sizeof block, &buffer),
+                  -1)
             << granted;
     }
 }
@@ -85,10 +86,29 @@ TEST(NoMemory, ForALine)
         InterleaveHandler handler;
         {
             const Allocations allocations(0);
-            EXPECT_THROW(handler.DoInterleave(&in, &image), std::bad_alloc) << isInterleaved;
+            EXPECT_EQ(handler.DoInterleave(&in, &image), -1) << isInterleaved;
+            EXPECT_FALSE(handler.Finish(&in, &image)) << isInterleaved;
         }
         EXPECT_EQ(in.GetProcessedDataSize(), 12) << "the line waits";
+        EXPECT_TRUE(handler.Finish(&in, &image)) << isInterleaved;
+        EXPECT_EQ(in.GetProcessedDataSize(), 0);
     }
+}
+
+TEST(NoMemory, ForADecompressor)
+{
+    FlatFileReader settings;
+    settings.SetIntOption("COMPRESSION", 1);
+    settings.SetIntOption("COMPRESSIONTECH", 2);
+    DeCompHandler handler;
+    int granted = 0;
+    for (bool isRefused = true; isRefused; ++granted) {
+        const Allocations allocations(granted);
+        const int result = handler.Initialize(&settings);
+        isRefused = allocations.refused();
+        EXPECT_EQ(result, isRefused ? 0 : 1) << granted;
+    }
+    EXPECT_GT(granted, 1);
 }
 
 }  // namespace
