@@ -4,6 +4,7 @@
 #include "Surroundings.h"
 
 #include "wicket/DecompWicket.h"
+#include "wicket/Recording.h"
 #include "wicket/Wicket.h"
 
 #include <algorithm>
@@ -13,43 +14,23 @@ namespace {
 
 using fuzz::Bytes;
 using fuzz::Input;
+using recording::Result;
+using recording::Stream;
 
 // Output starts as one of these, so that bytes which are never written differ.
 constexpr unsigned char kFills[] = {0xEE, 0x11};
 
-struct Result {
-    int status;
-    int generated;
-    int converted;
-    Bytes out;
-
-    bool operator==(const Result& other) const
-    {
-        return status == other.status && generated == other.generated &&
-               converted == other.converted && out == other.out;
-    }
-};
-
-struct Stream {
-    int channels;
-    int stuffing;
-    int width;
-    int height;
-    int quality;
-    Bytes body;
-};
-
 // Making one takes much longer than decoding with it.
-Wicket& decoderFor(int stuffing)
+Wicket& decoderFor(bool isStuffed)
 {
     static Wicket plain(0);
     static Wicket stuffed(1);
-    return stuffing != 0 ? stuffed : plain;
+    return isStuffed ? stuffed : plain;
 }
 
 Result decode(const Stream& stream, const wicket::Kernel* kernel, unsigned char fill)
 {
-    Wicket& decoder = decoderFor(stream.stuffing);
+    Wicket& decoder = decoderFor(stream.isStuffed);
     decoder.useKernel(kernel);
     decoder.QualityFactor(stream.quality);
     const auto size = static_cast<std::size_t>(stream.width) *
@@ -84,7 +65,7 @@ void decodeRing(const Stream& page, Bytes& ring, int outSize)
     constexpr int kChunks = 3;
     static CDecompWicket all[2][2] = {{CDecompWicket(0), CDecompWicket(0)},
                                       {CDecompWicket(1), CDecompWicket(1)}};
-    CDecompWicket(&decoders)[2] = all[page.stuffing];
+    CDecompWicket(&decoders)[2] = all[page.isStuffed ? 1 : 0];
     for (CDecompWicket& decoder : decoders) {
         int none = 0;
         decoder.Decomp(ring.data(), 0, &none, nullptr, 0, &none);  // back to the ring's start
@@ -117,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     Input input(data, size);
     const unsigned mode = input.byte();
-    Stream stream = {(mode & 1) != 0 ? 3 : 1, (mode & 2) != 0 ? 0 : 1, 0, 0, 0, {}};
+    Stream stream = {(mode & 2) == 0, 0, 0, 0, (mode & 1) != 0 ? 3 : 1, {}};
     fuzz::setLogging((mode & 8) != 0);
     if ((mode & 4) == 0) {
         comparePlane(stream, input);

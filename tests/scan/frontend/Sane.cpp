@@ -16,13 +16,6 @@ void requireGood(SANE_Status status, const std::string& what)
 
 }  // namespace
 
-void require(bool holds, const std::string& what)
-{
-    if (!holds) {
-        throw Failed(what);
-    }
-}
-
 Session::Session()
 {
     SANE_Int version = 0;

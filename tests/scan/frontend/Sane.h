@@ -1,21 +1,18 @@
 // The SANE interface as a front end in C++ sees it, behind the dll loader.
 #pragma once
 
+#include "Require.h"
+
 #include <sane/sane.h>
 
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace frontend {
 
-struct Failed : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// Throws Failed unless it holds.
-void require(bool holds, const std::string& what);
+using scantest::Failed;
+using scantest::require;
 
 // From sane_init to sane_exit.
 class Session {

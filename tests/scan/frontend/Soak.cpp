@@ -109,7 +109,7 @@ private:
         if (isOnNetwork()) {
             return name_;
         }
-        const std::string state = askSimulation(tell("state?"));
+        const std::string state = scantest::askSimulation(tell("state?"));
         char file[16];
         std::snprintf(file, sizeof file, "%03d", std::stoi(state.substr(state.find("file=") + 5)));
         return name_.substr(0, name_.rfind('/') + 1) + file;
@@ -166,9 +166,9 @@ private:
     void start()
     {
         if (chance_.oneIn(12)) {
-            tellSimulation(tell("load-sheets 5"));
+            scantest::tellSimulation(tell("load-sheets 5"));
             fault_ = chance_.of(isOnNetwork() ? kNetworkFaults : kUsbFaults);
-            tellSimulation(tell("fault " + fault_));
+            scantest::tellSimulation(tell("fault " + fault_));
             isFaulty_ = true;
             ++tally_.faults;
         }
@@ -182,7 +182,7 @@ private:
         } else if (status == SANE_STATUS_NO_DOCS && isFromFeeder_) {
             ++tally_.empty;
             scanner_->cancel();
-            tellSimulation(tell("load-sheets " + std::to_string(chance_.upTo(9))));
+            scantest::tellSimulation(tell("load-sheets " + std::to_string(chance_.upTo(9))));
         } else {
             failed("sane_start", status);
         }
@@ -247,8 +247,8 @@ private:
             scanner_->cancel();
         }
         scanner_.reset();
-        const bool isThere = askSimulation(tell("state?")).rfind("unplugged", 0) != 0;
-        tellSimulation(tell(isThere ? "replug" : "plug"));
+        const bool isThere = scantest::askSimulation(tell("state?")).rfind("unplugged", 0) != 0;
+        scantest::tellSimulation(tell(isThere ? "replug" : "plug"));
         open();
         scanner_->setArea(0, 0, 30, 30);
         scanner_->set("resolution", 75);
@@ -327,7 +327,7 @@ void soak(const Arguments& arguments)
             }
         }
     }
-    const std::string complaints = askSimulation("complaints?");
+    const std::string complaints = scantest::askSimulation("complaints?");
     require(complaints == "0", complaints + " complaints of the scanners");
     requireFlat(*early, late);
 }

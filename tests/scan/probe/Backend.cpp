@@ -5,9 +5,6 @@
 #include <filesystem>
 
 #include <dlfcn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
@@ -20,22 +17,15 @@ template <typename Function>
 void resolve(void* module, const std::string& name, Function** function)
 {
     *function = reinterpret_cast<Function*>(dlsym(module, name.c_str()));
-    expect(*function != nullptr, "no " + name);
+    require(*function != nullptr, "no " + name);
 }
 
 }  // namespace
 
-void expect(bool isSo, const std::string& what)
-{
-    if (!isSo) {
-        throw Failure(what);
-    }
-}
-
 Backend::Backend(const std::string& name)
 {
     void* module = dlopen(("libsane-" + name + ".so.1").c_str(), RTLD_NOW);
-    expect(module != nullptr, module == nullptr ? dlerror() : "");
+    require(module != nullptr, module == nullptr ? dlerror() : "");
     const std::string prefix = "sane_" + name + "_";
     resolve(module, prefix + "init", &init);
     resolve(module, prefix + "exit", &exit);
@@ -103,23 +93,4 @@ int openDescriptors()
         count += std::filesystem::read_symlink(entry.path(), error) != "/tmp/scan.dump" ? 1 : 0;
     }
     return count;
-}
-
-std::string tellSimulation(const std::string& line)
-{
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const char* path = getenv("SCANNER_SIM_CONTROL");
-    expect(path != nullptr, "not inside of a simulation");
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    char answer[4096] = "";
-    const std::string sent = line + "\n";
-    const bool isTold =
-        connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        send(fd, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size()) &&
-        recv(fd, answer, sizeof answer - 1, 0) > 0;
-    close(fd);
-    expect(isTold && strncmp(answer, "error", 5) != 0, line + " -> " + answer);
-    return answer;
 }

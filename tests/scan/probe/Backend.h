@@ -1,21 +1,16 @@
 // One loaded backend, and a scanner that it has opened.
 #pragma once
 
+#include "Require.h"
+
 #include <cstddef>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <sane/sane.h>
 
-// What was seen is not what is right.
-class Failure : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-// Throws Failure unless what is expected is so.
-void expect(bool isSo, const std::string& what);
+using scantest::Failed;
+using scantest::require;
 
 // The entry points of the module of a backend's name, which LD_LIBRARY_PATH leads to.
 struct Backend {
@@ -64,6 +59,3 @@ SANE_Status setUp(const Backend& backend, SANE_Handle handle, double millimetres
 
 // Descriptors of this process, without that of the dump file, which stays open until the exit.
 int openDescriptors();
-
-// A line to the simulation; its answer.
-std::string tellSimulation(const std::string& line);

@@ -1,6 +1,7 @@
 // Cancels scans at every place that can be told from outside, and looks at what becomes of them.
 #include "Backend.h"
 #include "Hooks.h"
+#include "Simulation.h"
 
 #include <algorithm>
 #include <atomic>
@@ -120,8 +121,8 @@ public:
     Scanner(const std::string& name, double millimetres, bool fromFeeder)
     {
         const SANE_Status status = backend->open(name.c_str(), &handle_);
-        expect(status == SANE_STATUS_GOOD, "open " + name + ": " + std::to_string(status));
-        expect(setUp(*backend, handle_, millimetres, fromFeeder) == SANE_STATUS_GOOD, "options");
+        require(status == SANE_STATUS_GOOD, "open " + name + ": " + std::to_string(status));
+        require(setUp(*backend, handle_, millimetres, fromFeeder) == SANE_STATUS_GOOD, "options");
     }
     Scanner(const Scanner&) = delete;
     Scanner& operator=(const Scanner&) = delete;
@@ -158,8 +159,8 @@ public:
         const Frame frame = whole.scan(*backend, handle());
         Transfers::stop();
         trace = Transfers::trace();
-        expect(frame.status == SANE_STATUS_EOF && frame.size > 0,
-               "the first page: " + std::to_string(frame.status));
+        require(frame.status == SANE_STATUS_EOF && frame.size > 0,
+                "the first page: " + std::to_string(frame.status));
         backend->cancel(handle());
     }
 
@@ -169,19 +170,19 @@ public:
     void checkNextPage(const std::string& where)
     {
         const Frame frame = page.scan(*backend, handle());
-        expect(frame.status == SANE_STATUS_EOF,
-               where + ": the next page ends with " + std::to_string(frame.status));
-        expect(page.isLike(whole), where + ": the next page is another one");
+        require(frame.status == SANE_STATUS_EOF,
+                where + ": the next page ends with " + std::to_string(frame.status));
+        require(page.isLike(whole), where + ": the next page is another one");
         backend->cancel(handle());
     }
 
     // A frame that ended by itself has to be whole.
     void checkEnd(const Frame& frame, const std::string& where) const
     {
-        expect(frame.status == SANE_STATUS_CANCELLED || frame.status == SANE_STATUS_EOF,
-               where + ": status " + std::to_string(frame.status));
-        expect(frame.status == SANE_STATUS_CANCELLED || page.isLike(whole),
-               where + ": the end of another page");
+        require(frame.status == SANE_STATUS_CANCELLED || frame.status == SANE_STATUS_EOF,
+                where + ": status " + std::to_string(frame.status));
+        require(frame.status == SANE_STATUS_CANCELLED || page.isLike(whole),
+                where + ": the end of another page");
     }
 
     const Settings settings_;
@@ -193,9 +194,9 @@ public:
 
 void checkQuietness()
 {
-    expect(unsafeCalls == 0, "a cancel that meets an operation has called " +
-                                 std::string(unsafeName) + " and " + std::to_string(unsafeCalls) +
-                                 " others");
+    require(unsafeCalls == 0, "a cancel that meets an operation has called " +
+                                  std::string(unsafeName) + " and " + std::to_string(unsafeCalls) +
+                                  " others");
 }
 
 // What the operation still asked of the device behind the cancel, before it told the device.
@@ -241,19 +242,19 @@ bool cancelAt(Subject& subject, int place, bool again, Tally& tally)
     const int most = subject.settings_.isNetwork() ? kReceivesOfAFrame : kReadsAfterCancel;
     subject.checkEnd(frame, where);
     const std::size_t end = Transfers::trace().rfind('U');
-    expect(frame.status == SANE_STATUS_CANCELLED ||
-               Transfers::trace().find('R', static_cast<std::size_t>(place)) > end,
-           where + ": not too late in " + Transfers::trace());
+    require(frame.status == SANE_STATUS_CANCELLED ||
+                Transfers::trace().find('R', static_cast<std::size_t>(place)) > end,
+            where + ": not too late in " + Transfers::trace());
     if (frame.status == SANE_STATUS_CANCELLED) {
         ++tally.cancelledFrames;
         SANE_Int length = -1;
         SANE_Byte byte = 0;
-        expect(!frame.isStarted ||
-                   backend->read(subject.handle(), &byte, 1, &length) == SANE_STATUS_CANCELLED,
-               where + ": a read behind it");
+        require(!frame.isStarted ||
+                    backend->read(subject.handle(), &byte, 1, &length) == SANE_STATUS_CANCELLED,
+                where + ": a read behind it");
     }
-    expect(reads <= most && behind.find('W') == std::string::npos,
-           where + ": behind it came " + behind + " of " + Transfers::trace());
+    require(reads <= most && behind.find('W') == std::string::npos,
+            where + ": behind it came " + behind + " of " + Transfers::trace());
     tally.mostReads = std::max(tally.mostReads, reads);
     tally.longest = std::max(tally.longest, took);
     ++tally.places;
@@ -276,8 +277,8 @@ void cancelEverywhere(const Settings& settings, bool again)
     printf("%d places%s: %d cancelled, %d too late, at most %d reads and %.3f s behind\n",
            tally.places, again ? ", again and again" : "", tally.cancelledFrames, late,
            tally.mostReads, tally.longest);
-    expect(settings.isNetwork() || tally.places == places, "of " + std::to_string(places));
-    expect(tally.longest < 1.0, "too long");
+    require(settings.isNetwork() || tally.places == places, "of " + std::to_string(places));
+    require(tally.longest < 1.0, "too long");
 }
 
 // ---- a device that is silent or does not stop ----
@@ -285,16 +286,16 @@ void cancelEverywhere(const Settings& settings, bool again)
 void cancelWhenStuck(const Settings& settings, double limit, const std::string& fault)
 {
     Subject subject(settings);
-    tellSimulation("device 1: fault " + fault);
+    scantest::tellSimulation("device 1: fault " + fault);
     Transfers::start();
     Transfers::actWhenStuck(20, cancelNow);
     const Frame frame = subject.page.scan(*backend, subject.handle());
     const double took = hooks::now() - cancelTime;
     Transfers::stop();
-    expect(Transfers::actedAt() >= 0, fault + ": not stuck");
-    expect(frame.status == SANE_STATUS_CANCELLED, fault + ": " + std::to_string(frame.status));
+    require(Transfers::actedAt() >= 0, fault + ": not stuck");
+    require(frame.status == SANE_STATUS_CANCELLED, fault + ": " + std::to_string(frame.status));
     printf("%s: %s after %.2f s\n", fault.c_str(), frame.isStarted ? "read" : "start", took);
-    expect(took < limit, "too long");
+    require(took < limit, "too long");
     subject.checkNextPage(fault);
     checkQuietness();
 }
@@ -310,8 +311,8 @@ void cancelInTheMiddle(const Settings& settings, double limit)
     Transfers::stop();
     const std::string behind = Transfers::trace().substr(static_cast<std::size_t>(middle));
     printf("status %d after %.2f s and %zu transfers\n", frame.status, took, behind.size());
-    expect(frame.status == SANE_STATUS_CANCELLED, "not cancelled");
-    expect(took < limit, "too long");
+    require(frame.status == SANE_STATUS_CANCELLED, "not cancelled");
+    require(took < limit, "too long");
     subject.checkNextPage("behind an endless page");
 }
 
@@ -324,8 +325,8 @@ void checkNothingComes(SANE_Handle handle)
     SANE_Int length = -1;
     SANE_Byte bytes[1000];
     const SANE_Status status = backend->read(handle, bytes, sizeof bytes, &length);
-    expect((status == SANE_STATUS_CANCELLED || status == SANE_STATUS_EOF) && length == 0,
-           "a read behind it: " + std::to_string(status));
+    require((status == SANE_STATUS_CANCELLED || status == SANE_STATUS_EOF) && length == 0,
+            "a read behind it: " + std::to_string(status));
 }
 
 void cancelBetween(const Settings& settings)
@@ -333,15 +334,15 @@ void cancelBetween(const Settings& settings)
     Subject subject(settings);
     const SANE_Handle handle = subject.handle();
     const auto cancel = [] { backend->cancel(cancelled); };
-    const auto start = [handle] { expect(backend->start(handle) == SANE_STATUS_GOOD, "start"); };
+    const auto start = [handle] { require(backend->start(handle) == SANE_STATUS_GOOD, "start"); };
     const auto readPage = [&] {
-        expect(subject.page.scan(*backend, handle).status == SANE_STATUS_EOF, "page");
-        expect(subject.page.isLike(subject.whole), "another page");
+        require(subject.page.scan(*backend, handle).status == SANE_STATUS_EOF, "page");
+        require(subject.page.isLike(subject.whole), "another page");
     };
     const auto readSome = [handle] {
         SANE_Int length = -1;
         SANE_Byte bytes[1000];
-        expect(backend->read(handle, bytes, sizeof bytes, &length) == SANE_STATUS_GOOD, "read");
+        require(backend->read(handle, bytes, sizeof bytes, &length) == SANE_STATUS_GOOD, "read");
     };
     const auto nothingComes = [handle] { checkNothingComes(handle); };
     using Steps = std::vector<std::function<void()>>;
@@ -413,7 +414,7 @@ void cancelAtRandom(const Settings& settings, int rounds, bool byThread)
     for (const auto& [status, count] : ends) {
         printf("%d times status %s\n", count, status.c_str());
     }
-    expect(ends["2"] > rounds / 5, "hardly a cancel");
+    require(ends["2"] > rounds / 5, "hardly a cancel");
     subject.checkNextPage("at last");
 }
 
@@ -424,8 +425,8 @@ void closeBesides(const Settings& settings, const std::string& other, int rounds
     Subject subject(settings);
     for (int round = 0; round < rounds; ++round) {
         Scanner besides(other, settings.millimetres, settings.fromFeeder);
-        expect(backend->start(besides.handle()) == SANE_STATUS_GOOD, "start of the other");
-        expect(backend->start(subject.handle()) == SANE_STATUS_GOOD, "start");
+        require(backend->start(besides.handle()) == SANE_STATUS_GOOD, "start of the other");
+        require(backend->start(subject.handle()) == SANE_STATUS_GOOD, "start");
         std::thread closing([&] { besides.close(); });
         backend->cancel(subject.handle());
         closing.join();
@@ -441,7 +442,7 @@ void callMeanwhile(const Settings& settings, int rounds)
     const SANE_Handle handle = subject.handle();
     std::map<int, int> starts;
     for (int round = 0; round < rounds; ++round) {
-        expect(backend->start(handle) == SANE_STATUS_GOOD, "start");
+        require(backend->start(handle) == SANE_STATUS_GOOD, "start");
         std::atomic<bool> isCancelling{false};
         std::thread thread([&] {
             isCancelling = true;
@@ -451,10 +452,10 @@ void callMeanwhile(const Settings& settings, int rounds)
         }
         SANE_Parameters parameters = {};
         for (int i = 0; i < 20; ++i) {
-            expect(backend->getParameters(handle, &parameters) == SANE_STATUS_GOOD, "parameters");
-            expect(setUp(*backend, handle, settings.millimetres, settings.fromFeeder) ==
-                       SANE_STATUS_GOOD,
-                   "options");
+            require(backend->getParameters(handle, &parameters) == SANE_STATUS_GOOD, "parameters");
+            require(setUp(*backend, handle, settings.millimetres, settings.fromFeeder) ==
+                        SANE_STATUS_GOOD,
+                    "options");
         }
         ++starts[backend->start(handle)];
         backend->cancel(handle);
@@ -463,9 +464,9 @@ void callMeanwhile(const Settings& settings, int rounds)
     }
     for (const auto& [status, count] : starts) {
         printf("%d times start %d\n", count, status);
-        expect(status == SANE_STATUS_GOOD || status == SANE_STATUS_DEVICE_BUSY ||
-                   status == SANE_STATUS_CANCELLED,
-               "status");
+        require(status == SANE_STATUS_GOOD || status == SANE_STATUS_DEVICE_BUSY ||
+                    status == SANE_STATUS_CANCELLED,
+                "status");
     }
 }
 
@@ -486,7 +487,7 @@ void search(const Settings& settings)
     if (settings.isNetwork()) {
         hooks::setClockSpeed(20);
         const SANE_Device** devices = nullptr;
-        expect(backend->getDevices(&devices, SANE_FALSE) == SANE_STATUS_GOOD, "no scanner");
+        require(backend->getDevices(&devices, SANE_FALSE) == SANE_STATUS_GOOD, "no scanner");
         hooks::setClockSpeed(1);
     }
 }
@@ -520,7 +521,7 @@ void run(const std::vector<std::string>& words)
     } else if (what == "besides") {
         closeBesides(settings, words[5], static_cast<int>(number(4)));
     } else {
-        expect(what == "meanwhile", "what?");
+        require(what == "meanwhile", "what?");
         callMeanwhile(settings, static_cast<int>(number(4)));
     }
 }
@@ -530,7 +531,7 @@ void run(const std::vector<std::string>& words)
 // cancel_probe WHAT signal|thread DEVICE [NUMBER] ..., inside of a simulation of BACKEND_NAME.
 int main(int count, char** words)
 try {
-    expect(count >= 4, "WHAT signal|thread DEVICE ...");
+    require(count >= 4, "WHAT signal|thread DEVICE ...");
     setvbuf(stdout, nullptr, _IOLBF, 0);
     const Backend loaded("QuillonLegacy_1_0_0");
     backend = &loaded;
@@ -544,9 +545,9 @@ try {
     }
     backend->exit();
     const int left = openDescriptors() - before;
-    expect(left == 0, std::to_string(left) + " descriptors left");
+    require(left == 0, std::to_string(left) + " descriptors left");
     return 0;
-} catch (const Failure& failure) {
+} catch (const Failed& failure) {
     printf("FAILED: %s\n", failure.what());
     fflush(stdout);
     _exit(1);

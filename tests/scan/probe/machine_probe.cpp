@@ -100,20 +100,20 @@ public:
     void checkOutcome(const Outcome& outcome, const Page& page, const std::string& where)
     {
         ++tally[std::string(outcome.step) + " " + std::to_string(outcome.status)];
-        expect(outcome.status != SANE_STATUS_EOF || page.isLike(whole.page),
-               where + ": another page passes for the whole");
-        expect(outcome.status != SANE_STATUS_GOOD, where + ": GOOD at the end of a frame");
+        require(outcome.status != SANE_STATUS_EOF || page.isLike(whole.page),
+                where + ": another page passes for the whole");
+        require(outcome.status != SANE_STATUS_GOOD, where + ": GOOD at the end of a frame");
     }
 
     // The next scan is right, and leaves what the others have left.
     void checkNext(const std::string& where)
     {
-        expect(scanFreely(page_), where + ": the next scan fails");
-        expect(page_.isLike(whole.page), where + ": the next page is another one");
+        require(scanFreely(page_), where + ": the next scan fails");
+        require(page_.isLike(whole.page), where + ": the next page is another one");
         const int held = memory::remembered() - held_;
-        expect(held <= 0, where + ": " + std::to_string(held) + " allocations are left");
+        require(held <= 0, where + ": " + std::to_string(held) + " allocations are left");
         const int left = openDescriptors() - descriptors_;
-        expect(left == 0, where + ": " + std::to_string(left) + " descriptors are left");
+        require(left == 0, where + ": " + std::to_string(left) + " descriptors are left");
     }
 
     struct Whole {
@@ -168,7 +168,7 @@ bool refuseFrom(Baseline& baseline, const Settings& settings, int granted, int r
     memory::remember(false);
     const double took = hooks::now() - began;
     baseline.checkOutcome(outcome, page, where);
-    expect(took < kLongest, where + ": waited in vain, " + outcome.step);
+    require(took < kLongest, where + ": waited in vain, " + outcome.step);
     if (isRefused) {
         baseline.checkNext(where);
     }
@@ -178,7 +178,7 @@ bool refuseFrom(Baseline& baseline, const Settings& settings, int granted, int r
 void refuseMemory(const Settings& settings, int refused, int first, int step)
 {
     Baseline baseline(settings);
-    expect(baseline.whole.scanned, "the first page");
+    require(baseline.whole.scanned, "the first page");
     Page page;
     // It does not look at what it gets.
     memory::spare("libusb-0.1");
@@ -187,7 +187,7 @@ void refuseMemory(const Settings& settings, int refused, int first, int step)
     while (granted < kMostAllocations && refuseFrom(baseline, settings, granted, refused, page)) {
         granted += step;
     }
-    expect(granted > 50, "hardly an allocation is seen");
+    require(granted > 50, "hardly an allocation is seen");
     printf("%d allocations\n", granted);
     tell(baseline);
 }
@@ -217,7 +217,7 @@ private:
 void refuseDescriptors(const Settings& settings)
 {
     Baseline baseline(settings);
-    expect(baseline.whole.scanned, "the first page");
+    require(baseline.whole.scanned, "the first page");
     Page page;
     for (int more = kMostDescriptors; more >= 0; --more) {
         const std::string where = std::to_string(more) + " descriptors";
@@ -230,7 +230,7 @@ void refuseDescriptors(const Settings& settings)
         baseline.checkNext(where);
 
         Scan opened(settings);
-        expect(opened.open() == SANE_STATUS_GOOD, "open");
+        require(opened.open() == SANE_STATUS_GOOD, "open");
         backend->cancel(opened.handle());  // closes the device; the start opens it
         {
             const FewDescriptors few(more);
@@ -251,11 +251,11 @@ void scanOnce(const Settings& settings)
     const Outcome outcome = scan.run(page);
     scan.close();
     printf("%s %d, %zu bytes\n", outcome.step, outcome.status, page.size());
-    expect(outcome.status == SANE_STATUS_EOF, "not the end of a page");
+    require(outcome.status == SANE_STATUS_EOF, "not the end of a page");
     FILE* file = fopen("page.raw", "wb");
-    expect(file != nullptr && fwrite(page.bytes(), 1, page.size(), file) == page.size() &&
-               fclose(file) == 0,
-           "page.raw");
+    require(file != nullptr && fwrite(page.bytes(), 1, page.size(), file) == page.size() &&
+                fclose(file) == 0,
+            "page.raw");
 }
 
 void run(const std::string& what, const Settings& settings, int first, int step)
@@ -264,7 +264,7 @@ void run(const std::string& what, const Settings& settings, int first, int step)
         // The search takes ten seconds, of whatever clock.
         hooks::setClockSpeed(20);
         const SANE_Device** devices = nullptr;
-        expect(backend->getDevices(&devices, SANE_FALSE) == SANE_STATUS_GOOD, "no scanner");
+        require(backend->getDevices(&devices, SANE_FALSE) == SANE_STATUS_GOOD, "no scanner");
         hooks::setClockSpeed(1);
     }
     if (what == "one") {
@@ -274,7 +274,7 @@ void run(const std::string& what, const Settings& settings, int first, int step)
     } else if (what == "descriptors") {
         refuseDescriptors(settings);
     } else {
-        expect(what == "once", "what?");
+        require(what == "once", "what?");
         scanOnce(settings);
     }
 }
@@ -284,7 +284,7 @@ void run(const std::string& what, const Settings& settings, int first, int step)
 // machine_probe one|all|descriptors|once DEVICE [FIRST [STEP]], inside of a simulation.
 int main(int count, char** words)
 try {
-    expect(count >= 3, "WHAT DEVICE");
+    require(count >= 3, "WHAT DEVICE");
     setvbuf(stdout, nullptr, _IOLBF, 0);
     const Backend loaded("QuillonLegacy_1_0_0");
     backend = &loaded;
@@ -292,7 +292,7 @@ try {
     run(words[1], {words[2]}, count > 3 ? atoi(words[3]) : 0, count > 4 ? atoi(words[4]) : 1);
     backend->exit();
     return 0;
-} catch (const Failure& failure) {
+} catch (const Failed& failure) {
     printf("FAILED: %s\n", failure.what());
     fflush(stdout);
     _exit(1);

@@ -1,6 +1,6 @@
 #include "Simulation.h"
 
-#include "Sane.h"
+#include "Require.h"
 
 #include <cstdlib>
 
@@ -8,7 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace frontend {
+namespace scantest {
 
 std::string askSimulation(const std::string& line)
 {
@@ -37,4 +37,4 @@ void tellSimulation(const std::string& line)
     require(answer == "ok", line + ": " + answer);
 }
 
-}  // namespace frontend
+}  // namespace scantest

@@ -1,9 +1,9 @@
-// The control socket of the simulation that this front end runs in.
+// The control socket of the simulation that the program runs in.
 #pragma once
 
 #include <string>
 
-namespace frontend {
+namespace scantest {
 
 // The answer to a line.
 std::string askSimulation(const std::string& line);
@@ -11,4 +11,4 @@ std::string askSimulation(const std::string& line);
 // Throws Failed unless the answer is "ok".
 void tellSimulation(const std::string& line);
 
-}  // namespace frontend
+}  // namespace scantest
