@@ -580,13 +580,8 @@ TransferResult Scanner::read(std::size_t capacity, Bytes& out)
 {
     out.clear();
     const TransferResult result = beginTransfer();
-    if (result != TransferResult::Done) {
+    if (result != TransferResult::Done || std::exchange(queue_.front().isZeroFirst, false)) {
         return result;
-    }
-    Transfer& transfer = queue_.front();
-    if (transfer.isZeroFirst) {
-        transfer.isZeroFirst = false;
-        return TransferResult::Done;
     }
     return takeBytes(capacity, out);
 }
@@ -595,14 +590,10 @@ TransferResult Scanner::take(Piece& piece)
 {
     piece = Piece();
     const TransferResult result = beginTransfer();
-    if (result != TransferResult::Done) {
+    if (result != TransferResult::Done || std::exchange(queue_.front().isZeroFirst, false)) {
         return result;
     }
     Transfer& transfer = queue_.front();
-    if (transfer.isZeroFirst) {
-        transfer.isZeroFirst = false;
-        return TransferResult::Done;
-    }
     piece.isImage = transfer.isImage;
     piece.joinsOthers = transfer.isPlainBlock;
     piece.fault = transfer.carrierFault;

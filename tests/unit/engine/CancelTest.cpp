@@ -357,12 +357,10 @@ TEST_F(HandleTest, ALateCancelMayThrow)
     start();
 }
 
+#if !defined(__SANITIZE_ADDRESS__)  // which cannot follow the end of such a thread
 // A front end may end the thread that reads; the handle is free again then.
 TEST_F(HandleTest, ThreadIsCancelledWhileReading)
 {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer cannot follow the end of such a thread";
-#endif
     start();
     std::atomic<bool> isReading{false};
     const auto wait = [&](ImageData*) {
@@ -386,5 +384,6 @@ TEST_F(HandleTest, ThreadIsCancelledWhileReading)
     EXPECT_EQ(read(), SANE_STATUS_GOOD);
     EXPECT_EQ(length, 100);
 }
+#endif
 
 }  // namespace
