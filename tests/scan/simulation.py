@@ -10,7 +10,6 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 SCANNER_SIM = os.environ["SCANNER_SIM"]
-FRONT_END = os.environ["FRONT_END"]
 # Lets malloc's figures count what is in use and nothing else.
 EXACT_HEAP = "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"
 # Sanitized modules need their runtime in the front end, which has none of its own.
@@ -89,8 +88,8 @@ class ScanTestCase(unittest.TestCase):
 
     def run_front_end(self, devices, *arguments, environment=(), options=(), folder=None):
         """Runs a command of front_end, which itself checks and fails."""
-        result = self.simulate(devices, ["env", EXACT_HEAP, *environment, FRONT_END, *arguments],
-                               options, folder=folder)
+        command = ["env", EXACT_HEAP, *environment, os.environ["FRONT_END"], *arguments]
+        result = self.simulate(devices, command, options, folder=folder)
         self.assertEqual(result.status, 0, result.stdout + result.stderr)
         return result
 
