@@ -119,12 +119,13 @@ class ScanTestCase(unittest.TestCase):
 
 
 class SideBySide(unittest.TestSuite):
-    """Nearly all the time is waiting, and each test has its own processes and folder."""
+    """The tests of a class wait nearly all the time, and each has its own processes and folder. The
+    classes come one after the other."""
 
     def run(self, result, debug=False):
-        tests = [test for tests in self for test in tests]
-        with ThreadPoolExecutor(len(tests)) as runs:
-            list(runs.map(lambda test: test(result), tests))
+        for tests in map(list, self):
+            with ThreadPoolExecutor(max(len(tests), 1)) as runs:
+                list(runs.map(lambda test: test(result), tests))
         return result
 
 

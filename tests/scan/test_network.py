@@ -126,6 +126,20 @@ class Network(simulation.ScanTestCase):
                              "interrupt.py", "-d", NAME)
         self.assert_same_pages(result.pages("page.pnm"), result.recorded()[-1:])
 
+    def test_scanimage_self_test(self):
+        result = self.simulate([["--net", "adf-402"]], ["scanimage", "-d", NAME, "-T"],
+                               folder=self.subfolder("self_test"))
+        self.assertEqual(result.status, 0, result.stderr)
+        self.assertIn("PASS", result.stderr)
+        self.assertNotIn("FAIL", result.stderr)
+
+    def test_saned(self):
+        self.check_saned([["--net", f"adf-402,{simulation.SANED_KEYS}"]], NAME)
+
+
+class Work(simulation.ScanTestCase):
+    """These do not wait, and would let the others miss their limits."""
+
     def test_rounds_of_open_scan_and_close(self):
         self.run_front_end([["--net", "flatbed-326"], ["--net", "wicket-402,frame-size=random:1"]],
                            "rounds", "200", folder=self.subfolder("rounds"))
@@ -141,16 +155,6 @@ class Network(simulation.ScanTestCase):
             ["combo-401", "adf-402", "wicket-402,block-size=500", ["--net", "adf-402"],
              ["--net", "wicket-402,block-size=500,frame-size=random:1,product-id=0x77"]],
             "soak", "10", "1", options=["--tolerate"], folder=self.subfolder("soak"))
-
-    def test_scanimage_self_test(self):
-        result = self.simulate([["--net", "adf-402"]], ["scanimage", "-d", NAME, "-T"],
-                               folder=self.subfolder("self_test"))
-        self.assertEqual(result.status, 0, result.stderr)
-        self.assertIn("PASS", result.stderr)
-        self.assertNotIn("FAIL", result.stderr)
-
-    def test_saned(self):
-        self.check_saned([["--net", f"adf-402,{simulation.SANED_KEYS}"]], NAME)
 
 
 load_tests = simulation.side_by_side

@@ -15,6 +15,20 @@ CLIENT.mkdir()
 (CLIENT / "net.conf").write_text("localhost\n")
 (SERVER / "saned.conf").write_text("localhost\n127.0.0.1\n")
 
+SANE_PORT = 6566
+
+
+def await_server():
+    """Until it listens: a connection for a trial would be one that it serves."""
+    for _ in range(300):
+        sockets = Path("/proc/net/tcp").read_text().split("\n")[1:-1]
+        if any(line.split()[1].endswith(f":{SANE_PORT:04X}") and line.split()[3] == "0A"
+               for line in sockets):
+            return
+        time.sleep(0.1)
+    raise AssertionError("saned does not listen")
+
+
 client = dict(os.environ, SANE_CONFIG_DIR=str(CLIENT))
 NAME = f"net:localhost:{sys.argv[1]}"
 scan = ["scanimage", "-d", NAME, "--format=pnm", "--resolution", "75"]
@@ -24,7 +38,7 @@ server = subprocess.Popen(["saned", "-l", "-e", "-b", "127.0.0.1"], stderr=serve
                           start_new_session=True,
                           env=dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS="unix:path=/nonexistent"))
 try:
-    time.sleep(0.5)
+    await_server()
     listed = subprocess.run(["scanimage", "-L"], env=client, check=True, capture_output=True,
                             text=True).stdout
     assert f"device `{NAME}' is a Quillon Combo 402 Scanner" in listed, listed
