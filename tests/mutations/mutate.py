@@ -25,7 +25,7 @@ UNIT = BUILD / "tests" / "unit"
 SHARDS = {"network_tests": 8, "engine_tests": 3}  # they wait more than they work
 PROGRAMS = {"backend_tests": "libsane-sandboxed.test"}  # where the file has another name
 SCAN_TARGETS = ["sane_quillon", "sane_oxle", "scanner-sim", "scansim_correction", "wicket_decode",
-                "preload_syslog_to_file", "preload_fast_clock"]
+                "front_end", "preload_syslog_to_file", "preload_fast_clock"]
 PYTHON = "/usr/bin/python3"
 WANTED_SCORE = 0.9
 ATTEMPTS = 3
@@ -186,6 +186,7 @@ class Tests:
     def run_scans(self, suite):
         environment = {"SCANNER_SIM": str(BUILD / "simulator" / "scanner-sim"),
                        "WICKET_DECODE": str(BUILD / "tests" / "scan" / "wicket_decode"),
+                       "FRONT_END": str(BUILD / "tests" / "scan" / "front_end"),
                        "SCAN_PRELOAD_DIR": str(BUILD / "tests" / "scan")}
         outcome = run([PYTHON, TREE / "tests" / "scan" / f"test_{suite}.py", "-f"],
                       self.limits.get(suite, FIRST_LIMIT), cwd=TREE / "tests" / "scan",

@@ -179,6 +179,7 @@ TEST_P(InterruptTest, WhilePreparingTheStart)
 
 TEST_P(InterruptTest, WhileOpening)
 {
+    engine->set("COMMANDVERSION", 402);
     engine->transport->onOpen = [this] { interrupt(); };
     EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_CANCELLED);
     EXPECT_THAT(*calls, ElementsAre("open", "close"));

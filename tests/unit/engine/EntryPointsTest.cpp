@@ -306,13 +306,16 @@ TEST_F(HandleTest, ReadsOutsideOfAFrame)
     start();
     engine->transport->steps = {{1, ramp(100)}};
     EXPECT_EQ(read(), SANE_STATUS_GOOD);
+    calls->clear();
     for (int i = 0; i < 3; i++) {
         EXPECT_EQ(read(), SANE_STATUS_EOF);
         EXPECT_EQ(length, 0);
     }
+    EXPECT_THAT(*calls, IsEmpty()) << "nothing is asked of the device";
     cancel();
     EXPECT_NE(read(), SANE_STATUS_GOOD);
     EXPECT_EQ(length, 0);
+    EXPECT_THAT(*calls, ElementsAre("close"));
 }
 
 // ---- the dump file -------------------------------------------------------------------------

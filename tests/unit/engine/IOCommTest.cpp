@@ -1,5 +1,6 @@
 #include "IOComm.h"
 
+#include "Allocations.h"
 #include "CResponse.h"
 #include "CancelToken.h"
 #include "FakeUsb.h"
@@ -788,6 +789,20 @@ TEST_F(IOCommCommandTest, LastResultStandsAfterTheAttempts)
     usb.deliver(replyTo(1));
     usb.deliver(replyTo(5));
     EXPECT_EQ(comm->writeCommand(5, &response), 1);
+}
+
+// The reply has come and is gone: another one never comes.
+TEST_F(IOCommCommandTest, NoWaitForAReplyThatMemoryLacksFor)
+{
+    usb.deliver(replyTo(1));
+    usb.deliver(replyTo(1));
+    int result = TRANSPORT_BAD_COMMAND;
+    for (int granted = 0; result == TRANSPORT_BAD_COMMAND; ++granted) {
+        const Allocations lacking(granted, 1);
+        result = comm->writeCommand(1, &response);
+    }
+    EXPECT_EQ(result, TRANSPORT_NO_MEMORY);
+    EXPECT_THAT(usb.callsOf("read"), SizeIs(1));
 }
 
 TEST_F(IOCommCommandTest, CancelEndsTheWait)
