@@ -62,6 +62,15 @@ private:
         }                                                                                        \
     } while (0)
 
+// Where a transfer writes several lines, the switch is read once for all of them: isOn is what
+// debugEnabled() gave.
+#define SL_TRACE_IF(isOn, fmt, ...)                                                     \
+    do {                                                                                \
+        if (isOn) {                                                                     \
+            log_debug(SL_PREFIX_FORMAT fmt, SL_PREFIX_ARGS __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                               \
+    } while (0)
+
 // Inside a member function of a class derived from CLogger.
 #define SL_TRACE(fmt, ...) SL_TRACE_TO(*this, fmt __VA_OPT__(, ) __VA_ARGS__)
 
@@ -73,6 +82,15 @@ private:
         SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: %d", \
                     static_cast<int>(slResult_));                            \
         return slResult_;                                                    \
+    } while (0)
+
+#define SL_START_IF(isOn) SL_TRACE_IF(isOn, "::::::::::::::: METHOD START ::::::::::::::: ")
+#define SL_RETURN_IF(isOn, result)                                         \
+    do {                                                                   \
+        const auto slResult_ = result;                                     \
+        SL_TRACE_IF(isOn, "::::::::::::::: METHOD END ::::::::::::::: %d", \
+                    static_cast<int>(slResult_));                          \
+        return slResult_;                                                  \
     } while (0)
 
 #define SL_START() SL_START_TO(*this)

@@ -143,6 +143,28 @@ int DataBuffer::GetAllData(unsigned char* dst, int cap) const
     return iTotalSize;
 }
 
+void DataBuffer::ShrinkRawData(int n)
+{
+    iTotalSize -= std::clamp(n, 0, GetRawDataSize());
+}
+
+// What is smaller moves: the processed part in front of the gap, or the raw one behind it.
+void DataBuffer::DiscardRawData(int n)
+{
+    n = std::clamp(n, 0, GetRawDataSize());
+    const int behind = GetRawDataSize() - n;
+    if (iProcessedDataSize <= behind) {
+        if (iProcessedDataSize > 0) {
+            memmove(pImage + n, pImage, static_cast<std::size_t>(iProcessedDataSize));
+        }
+        pImage += n;
+    } else if (behind > 0) {
+        unsigned char* raw = pImage + iProcessedDataSize;
+        memmove(raw, raw + n, static_cast<std::size_t>(behind));
+    }
+    iTotalSize -= n;
+}
+
 bool DataBuffer::ReplaceRawData(int consumed, const unsigned char* data, int len)
 {
     consumed = std::clamp(consumed, 0, GetRawDataSize());

@@ -48,6 +48,10 @@ public:
     // Appends len bytes of room on the raw side for the caller to fill; null when
     // len is below 1 or there is no memory.
     unsigned char* ExtendRawData(int len);
+    // Takes up to n bytes off the end of the raw part.
+    void ShrinkRawData(int n);
+    // Drops up to n bytes from the front of the raw part.
+    void DiscardRawData(int n);
     // Replaces the first consumed raw bytes by len processed ones. false: no memory,
     // nothing changed.
     bool ReplaceRawData(int consumed, const unsigned char* data, int len);

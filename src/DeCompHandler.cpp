@@ -190,12 +190,13 @@ int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk
 
 int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
 {
-    SL_START();
+    const bool isTracing = debugEnabled();
+    SL_START_IF(isTracing);
     const int rawSize = in->GetRawDataSize();
     if (!DeCompressor) {
-        SL_TRACE("Decompression is not needed.");
+        SL_TRACE_IF(isTracing, "Decompression is not needed.");
         in->SetProcessedDataSize(rawSize);
-        SL_RETURN(1);
+        SL_RETURN_IF(isTracing, 1);
     }
     if (img->GetInterleave() != 0) {
         SL_TRACE("Data needs interleaving so no decompression needed.");
@@ -237,7 +238,7 @@ void DeCompHandler::DropHidden(DataBuffer* in)
 {
     if (isRestHidden) {
         isRestLost = isRestLost || !isPadding(in);
-        in->ReplaceRawData(in->GetRawDataSize(), nullptr, 0);
+        in->ShrinkRawData(in->GetRawDataSize());
     }
 }
 

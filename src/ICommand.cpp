@@ -247,7 +247,7 @@ int ICommand::removeESC(DataBuffer* data)
             }
             iDataSize = std::max(0, raw[5] * 256 + raw[4] - iStripMin);
             // What is processed in front of the raw part stays there.
-            data->ReplaceRawData(iStrip, nullptr, 0);
+            data->DiscardRawData(iStrip);
         } else {
             iDataSize = rawSize;
         }

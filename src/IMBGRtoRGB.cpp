@@ -1,10 +1,10 @@
 #include "IMBGRtoRGB.h"
 
 #include "ImageData.h"
+#include "PixelOrder.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <utility>
 
 namespace {
 
@@ -15,8 +15,9 @@ constexpr int kPixelBytes = 3;
 void swapPixels(unsigned char* data, std::int64_t first, std::int64_t end, int size)
 {
     const std::int64_t last = std::min<std::int64_t>(end, size - 2);
-    for (std::int64_t j = first; j < last; j += kPixelBytes) {
-        std::swap(data[j], data[j + 2]);
+    if (first < last) {
+        const std::int64_t count = (last - first + kPixelBytes - 1) / kPixelBytes;
+        pixelOrder().swapColours(data + first, static_cast<std::size_t>(count));
     }
 }
 

@@ -1,22 +1,14 @@
 #include "IMSideFlip.h"
 
 #include "ImageData.h"
+#include "PixelOrder.h"
 
 #include <algorithm>
 #include <cstdint>
 
 namespace {
 
-constexpr int kPixelBytes = 3;
-
-void mirrorPixels(unsigned char* line, int pixels)
-{
-    unsigned char* left = line;
-    unsigned char* right = line + static_cast<std::int64_t>(pixels - 1) * kPixelBytes;
-    for (; left < right; left += kPixelBytes, right -= kPixelBytes) {
-        std::swap_ranges(left, left + kPixelBytes, right);
-    }
-}
+constexpr int kColour = 3;
 
 }  // namespace
 
@@ -34,14 +26,13 @@ int IMSideFlip::Perform(ImageData* img, int len)
     if (lineBytes < 1 || lineBytes > stride) {
         return 0;
     }
+    const PixelOrder& order = pixelOrder();
+    const bool isColour = img->GetNumOfChannels() == kColour;
+    const auto mirror = isColour ? order.mirrorColour : order.mirrorGrey;
+    const auto pixels = static_cast<std::size_t>(isColour ? width : lineBytes);
     const int lines = std::min(len, img->GetRawDataSize()) / stride;
     for (int i = 0; i < lines; ++i) {
-        unsigned char* line = data + static_cast<std::int64_t>(i) * stride;
-        if (img->GetNumOfChannels() == kPixelBytes) {
-            mirrorPixels(line, width);
-        } else {
-            std::reverse(line, line + lineBytes);
-        }
+        mirror(data + static_cast<std::int64_t>(i) * stride, pixels);
     }
     return 1;
 }

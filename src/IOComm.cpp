@@ -358,25 +358,30 @@ int IOComm::Write(unsigned char* buf, int len)
 
 int IOComm::Read(unsigned char* buf, int* len)
 {
-    SL_START();
-    SL_TRACE("%s -> read device of %d bytes of data", __func__, *len);
+    return Read(buf, len, debugEnabled());
+}
+
+int IOComm::Read(unsigned char* buf, int* len, bool isTracing)
+{
+    SL_START_IF(isTracing);
+    SL_TRACE_IF(isTracing, "%s -> read device of %d bytes of data", __func__, *len);
     if (iOpen != 1) {
-        SL_TRACE(" -> device is closed, open first");
-        SL_RETURN(TRANSPORT_CLOSED);
+        SL_TRACE_IF(isTracing, " -> device is closed, open first");
+        SL_RETURN_IF(isTracing, TRANSPORT_CLOSED);
     }
     if (iEndPointIn == -1) {
-        SL_TRACE(" -> invalid read endpoint");
-        SL_RETURN(TRANSPORT_NO_ENDPOINT);
+        SL_TRACE_IF(isTracing, " -> invalid read endpoint");
+        SL_RETURN_IF(isTracing, TRANSPORT_NO_ENDPOINT);
     }
     const int received =
         usb_bulk_read(usbHandle, iEndPointIn, reinterpret_cast<char*>(buf), *len, kTimeoutMs);
     if (received > 0) {
         *len = received;
-        SL_RETURN(TRANSPORT_OK);
+        SL_RETURN_IF(isTracing, TRANSPORT_OK);
     }
-    SL_TRACE(" -> read error %d = %s\n", received, usb_strerror());
+    SL_TRACE_IF(isTracing, " -> read error %d = %s\n", received, usb_strerror());
     *len = 0;
-    SL_RETURN(TRANSPORT_READ_FAILED);
+    SL_RETURN_IF(isTracing, TRANSPORT_READ_FAILED);
 }
 
 int IOComm::sendCommand(int cmdId)
@@ -471,56 +476,58 @@ int IOComm::writeCommand(int cmdId, CResponse* reply)
     SL_RETURN(result);
 }
 
-void IOComm::traceHeader(const unsigned char* block) const
+void IOComm::traceHeader(const unsigned char* block, int size) const
 {
+    unsigned char header[kHeaderDumpSize] = {};
+    memcpy(header, block, static_cast<size_t>(std::min(size, kHeaderDumpSize)));
     SL_TRACE(" -> image data acquired");
     SL_TRACE(" -> <<begin of header dump>>");
-    for (const unsigned char* b = block; b < block + kHeaderDumpSize; b += 10) {
+    for (const unsigned char* b = header; b < header + kHeaderDumpSize; b += 10) {
         SL_TRACE(" %2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", b[0], b[1], b[2], b[3], b[4], b[5],
                  b[6], b[7], b[8], b[9]);
     }
     SL_TRACE(" -> <<end of header dump>>");
 }
 
-int IOComm::readImageBytes(unsigned char* block, int size, int* bytesRead, DataBuffer* buffer)
-{
-    traceHeader(block);
-    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
-    if (moved < 0) {
-        return TRANSPORT_NO_MEMORY;
-    }
-    *bytesRead += moved;
-    return TRANSPORT_OK;
-}
-
 int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
-    SL_START();
-    SL_TRACE(" -> Read Image");
+    const bool isTracing = debugEnabled();
+    SL_START_IF(isTracing);
+    SL_TRACE_IF(isTracing, " -> Read Image");
     if (!ScanData || pICmd == nullptr) {
         // No scan was started: the device has nothing to send.
-        SL_TRACE(" -> unable to read image %d", TRANSPORT_READ_FAILED);
-        SL_RETURN(iOpen == 1 ? TRANSPORT_READ_FAILED : TRANSPORT_CLOSED);
+        SL_TRACE_IF(isTracing, " -> unable to read image %d", TRANSPORT_READ_FAILED);
+        SL_RETURN_IF(isTracing, iOpen == 1 ? TRANSPORT_READ_FAILED : TRANSPORT_CLOSED);
     }
-    unsigned char block[kImageBlockSize] = {};
-    int size = sizeof block;
-    const int result = Read(block, &size);
+    // Without memory the device is still read, since a record may come.
+    unsigned char spare[kImageBlockSize];
+    unsigned char* room = ScanData->ExtendRawData(kImageBlockSize);
+    unsigned char* block = room != nullptr ? room : spare;
+    int size = kImageBlockSize;
+    const int result = Read(block, &size, isTracing);
+    const bool isImage =
+        result == TRANSPORT_OK && !ScanRecord::isRecord(block, size, pICmd->getPendingBlockSize());
+    if (room != nullptr) {
+        ScanData->ShrinkRawData(isImage ? kImageBlockSize - size : kImageBlockSize);
+    }
     if (result != TRANSPORT_OK) {
-        SL_TRACE(" -> unable to read image %d", result);
-        SL_RETURN(result);
+        SL_TRACE_IF(isTracing, " -> unable to read image %d", result);
+        SL_RETURN_IF(isTracing, result);
     }
-    SL_TRACE(" -> size is %d", size);
-    if (!ScanRecord::isRecord(block, size, pICmd->getPendingBlockSize())) {
-        SL_RETURN(readImageBytes(block, size, bytesRead, buffer));
+    SL_TRACE_IF(isTracing, " -> size is %d", size);
+    int response = TRANSPORT_OK;
+    if (!isImage) {
+        response = ScanRecord().process(block, size, image);
+    } else if (isTracing) {
+        traceHeader(block, size);
     }
-    // Image bytes without a block header may still wait for more that never came.
+    // Behind a record: image bytes without a block header may still wait for more that never came.
     const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
-    if (moved < 0) {
-        SL_RETURN(TRANSPORT_NO_MEMORY);
+    if (moved < 0 || (isImage && room == nullptr)) {
+        SL_RETURN_IF(isTracing, TRANSPORT_NO_MEMORY);
     }
     *bytesRead += moved;
-    const ScanRecord record;
-    SL_RETURN(record.process(block, size, image));
+    SL_RETURN_IF(isTracing, response);
 }
 
 int IOComm::getName(int descriptorIndex, char* buf, int len, const char* unknown) const

@@ -56,8 +56,8 @@ private:
     int readReply(CResponse* reply);
     bool isWaitOver(Clock::time_point lastHeard) const;
 
-    void traceHeader(const unsigned char* block) const;
-    int readImageBytes(unsigned char* block, int size, int* bytesRead, DataBuffer* buffer);
+    int Read(unsigned char* buf, int* len, bool isTracing);
+    void traceHeader(const unsigned char* block, int size) const;
 
     struct usb_device* usbDev = nullptr;
     usb_bus* busses = nullptr;

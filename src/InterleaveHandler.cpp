@@ -1,5 +1,7 @@
 #include "InterleaveHandler.h"
 
+#include "PixelOrder.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -50,8 +52,7 @@ public:
         const std::int64_t insideFrom = std::clamp(firstInside(), first, end);
         const std::int64_t insideTo = std::clamp(endInside(), insideFrom, end);
         to = writeChecked(first, insideFrom, to);
-        to = channels_ == 3 ? writeInside<3>(insideFrom, insideTo, to)
-                            : writeInside<1>(insideFrom, insideTo, to);
+        to = writeInside(insideFrom, insideTo, to);
         to = writeChecked(insideTo, end, to);
 
         unsigned char pixel[kMostChannels];
@@ -77,14 +78,19 @@ private:
         return to;
     }
 
-    template <int kChannels>
     unsigned char* writeInside(std::int64_t from, std::int64_t end, unsigned char* to) const
     {
-        for (std::int64_t index = from; index < end; ++index, to += kChannels) {
-            const unsigned char* half = index % 2 != 0 ? b_.bytes : a_.bytes;
-            memcpy(to, half + (trim_ + index / 2) * kChannels, kChannels);
+        const std::int64_t firstPair = from + from % 2;
+        const std::int64_t endOfPairs = std::max(firstPair, end - end % 2);
+        to = writeChecked(from, std::min(firstPair, end), to);
+        const std::int64_t pairs = (endOfPairs - firstPair) / 2;
+        if (pairs > 0) {
+            const auto merge = channels_ == 3 ? pixelOrder().mergeColour : pixelOrder().mergeGrey;
+            const std::int64_t inHalf = (trim_ + firstPair / 2) * channels_;
+            merge(a_.bytes + inHalf, b_.bytes + inHalf, to, static_cast<size_t>(pairs));
+            to += 2 * pairs * channels_;
         }
-        return to;
+        return writeChecked(endOfPairs, end, to);
     }
 
     void copyPixel(std::int64_t index, unsigned char* pixel) const
@@ -115,16 +121,17 @@ InterleaveHandler::~InterleaveHandler() = default;
 
 void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
 {
+    const bool isTracing = debugEnabled();
     const int fullWidth = img->GetInterleaveWidth();
     const int channel = img->GetNumOfChannels();
     int croppedWidth = img->GetStride();
     const int horizontalOffset = img->GetInterleaveOffsetX();
     const int trimmedPixel = img->GetInterleaveTrim();
-    SL_TRACE("fullWidth = %d", fullWidth);
-    SL_TRACE("channel = %d", channel);
-    SL_TRACE("croppedWidth = %d", croppedWidth);
-    SL_TRACE("horizontalOffset = %d", horizontalOffset);
-    SL_TRACE("trimmedPixel = %d", trimmedPixel);
+    SL_TRACE_IF(isTracing, "fullWidth = %d", fullWidth);
+    SL_TRACE_IF(isTracing, "channel = %d", channel);
+    SL_TRACE_IF(isTracing, "croppedWidth = %d", croppedWidth);
+    SL_TRACE_IF(isTracing, "horizontalOffset = %d", horizontalOffset);
+    SL_TRACE_IF(isTracing, "trimmedPixel = %d", trimmedPixel);
 
     const std::int64_t length = lineLength(*img);
     if (length < 1 || channel < 1) {
@@ -144,12 +151,13 @@ void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
 
 int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
 {
-    SL_START();
+    const bool isTracing = debugEnabled();
+    SL_START_IF(isTracing);
     if (img->GetInterleave() == 0) {
-        SL_TRACE("Interleaving is not needed.");
+        SL_TRACE_IF(isTracing, "Interleaving is not needed.");
         const int ready = in->GetProcessedDataSize();
         const int moved = in->GetProcessedData(img, ready);
-        SL_RETURN(moved == ready ? 0 : -1);
+        SL_RETURN_IF(isTracing, moved == ready ? 0 : -1);
     }
     const std::int64_t InterleaveStride = lineLength(*img);
     SL_TRACE("InterleaveStride = %d", static_cast<int>(InterleaveStride));

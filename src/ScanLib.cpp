@@ -667,13 +667,14 @@ int ScanLib::endOfData() const
 // Reads and processes until need bytes are there; returns why it ended, kBytesLost without memory.
 int ScanLib::transfer(int need)
 {
+    const bool isTracing = debugEnabled();
     while (need >= 1) {
         if (cancelToken.shouldStop()) {
             return SANE_STATUS_CANCELLED;
         }
         int got = 0;
         const int rc = pComm->ReadImage(&got, Buffer.get(), Image.get());
-        SL_TRACE("after ReadImage. return: %d", rc);
+        SL_TRACE_IF(isTracing, "after ReadImage. return: %d", rc);
         checkScannedSize(got);
         switch (rc) {
         case RECORD_END_OF_DATA:
@@ -707,36 +708,37 @@ int ScanLib::transfer(int need)
 
 int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
 {
-    SL_START();
+    const bool isTracing = debugEnabled();
+    SL_START_IF(isTracing);
     *length = 0;
     if (!isReady()) {
-        SL_RETURN(SANE_STATUS_IO_ERROR);
+        SL_RETURN_IF(isTracing, SANE_STATUS_IO_ERROR);
     }
     int status = AcquireImageStatus;
     if (status == SANE_STATUS_GOOD) {
         status = transfer(bytesWanted(max_length));
         if (cancelToken.isRequested() && !cancelToken.isDraining()) {
-            SL_RETURN(cancelRunning());
+            SL_RETURN_IF(isTracing, cancelRunning());
         }
         if (status == kBytesLost) {
-            SL_RETURN(abandon(SANE_STATUS_NO_MEM));
+            SL_RETURN_IF(isTracing, abandon(SANE_STATUS_NO_MEM));
         }
         ImageHandler->Perform(Image.get());
         status = endTransfer(status);
     } else if (!isDataOver || Image->GetProcessedDataSize() == 0) {
-        SL_TRACE("AcquireImageStatus = %d", status);
-        SL_RETURN(status);
+        SL_TRACE_IF(isTracing, "AcquireImageStatus = %d", status);
+        SL_RETURN_IF(isTracing, status);
     }
     *length = Image->GetProcessedData(data, max_length);
     if (isDataOver && (*length > 0 || Image->GetProcessedDataSize() > 0)) {
         // The bytes go out now, the end of the frame after the last of them.
         status = SANE_STATUS_GOOD;
-        SL_TRACE("return status good");
+        SL_TRACE_IF(isTracing, "return status good");
     }
-    SL_TRACE("max_length = %d", max_length);
-    SL_TRACE("length = %d", *length);
-    SL_TRACE("retstatus = %d", status);
-    SL_RETURN(status);
+    SL_TRACE_IF(isTracing, "max_length = %d", max_length);
+    SL_TRACE_IF(isTracing, "length = %d", *length);
+    SL_TRACE_IF(isTracing, "retstatus = %d", status);
+    SL_RETURN_IF(isTracing, status);
 }
 
 // A transfer that ended for good is not taken up again before the next start. After an

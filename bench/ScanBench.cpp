@@ -1,0 +1,89 @@
+// Whole scans in one process, from the transport's buffer to the front end's, beside what copies
+// the same bytes or decodes the same page. Prints a line "NAME VALUE" for each figure.
+#include "Ratio.h"
+#include "Scenes.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <fstream>
+
+namespace {
+
+using bench::Scene;
+using bench::Stage;
+
+constexpr int kRounds = 15;
+
+void report(const char* name, double value)
+{
+    std::printf("%s %.4g\n", name, value);
+    std::fflush(stdout);
+}
+
+// Every transfer in at one end, and its image bytes out at the other, without anything in between.
+void copyAll(const standin::Recording& recording)
+{
+    constexpr std::size_t kBlockHeader = 9;
+    static unsigned char transfer[4096];
+    static unsigned char read[32768];
+    std::size_t at = 0;
+    for (const auto& exchange : recording.exchanges()) {
+        for (const std::uint32_t number : exchange.answers) {
+            const standin::Bytes& bytes = recording.transfer(number);
+            const std::size_t imageBytes = bytes.size() - std::min(bytes.size(), kBlockHeader);
+            if (at + imageBytes > sizeof read) {
+                at = 0;
+            }
+            memcpy(transfer, bytes.data(), bytes.size());
+            asm volatile("" : : "r"(transfer) : "memory");
+            memcpy(read + at, transfer + kBlockHeader, imageBytes);
+            asm volatile("" : : "r"(read) : "memory");
+            at += imageBytes;
+        }
+    }
+}
+
+void measureRaw(const std::string& paper)
+{
+    Stage stage(bench::rawScene(paper, 600));
+    report("raw-to-memcpy",
+           bench::ratioOf([&] { stage.scan(); }, [&] { copyAll(stage.recording()); }, kRounds));
+}
+
+void measurePixels(const std::string& paper)
+{
+    for (const int dpi : {75, 150, 300, 600, 1200}) {
+        Scene scene = bench::rawScene(paper, dpi);
+        // The same number of bytes at each resolution but the lowest two, which the bed limits.
+        scene.job.width = 60960.0 / dpi;
+        scene.job.height = 60960.0 / dpi;
+        Stage stage(scene);
+        std::vector<double> costs;
+        for (int i = 0; i <= kRounds; ++i) {
+            costs.push_back(bench::cpuSeconds([&] { stage.scan(); }));
+        }
+        report(("pixel-ns-" + std::to_string(dpi)).c_str(),
+               bench::median(costs) * 1e9 / (static_cast<double>(stage.pageBytes()) / 3));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::fprintf(stderr, "Usage: scan_bench PHOTO BLANK  (pages as PNM files)\n");
+        return 2;
+    }
+    try {
+        measureRaw(argv[2]);
+        measurePixels(argv[2]);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "scan_bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

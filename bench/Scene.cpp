@@ -1,0 +1,58 @@
+#include "Scene.h"
+
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+constexpr int kReadSize = 32768;
+constexpr const char* kDevice = "libusb/001/002";
+
+std::string modulePath(const Scene& scene)
+{
+    return std::string(BENCH_MODULES_DIR "/libsane-") + scene.backend + ".so.1";
+}
+
+std::string modelPath(const Scene& scene)
+{
+    return std::string(BENCH_MODELS_DIR "/") + scene.model + ".model";
+}
+
+}  // namespace
+
+standin::UsbScanner* Stage::attached = nullptr;
+
+Stage::Stage(const Scene& scene) : live_(modelPath(scene), scene.settings), block_(kReadSize)
+{
+    attached = &live_;
+    module_ = std::make_unique<Module>(modulePath(scene));
+    device_ = std::make_unique<Device>(*module_, kDevice);
+    device_->set(scene.job);
+    pageBytes_ = device_->pageBytes();
+    scan();
+    player_ =
+        std::make_unique<standin::Player>(live_.recording(), live_.vendorId(), live_.productId());
+    attached = player_.get();
+}
+
+Stage::~Stage()
+{
+    device_.reset();
+    module_.reset();
+    attached = nullptr;
+}
+
+void Stage::scan()
+{
+    if (device_->scan(block_.data(), kReadSize) != pageBytes_) {
+        throw std::runtime_error("a page is not whole");
+    }
+}
+
+}  // namespace bench
+
+standin::UsbScanner* standin::attachedScanner()
+{
+    return bench::Stage::attached;
+}

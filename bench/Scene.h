@@ -1,0 +1,46 @@
+// Scans that are measured: a model, how it is set, and what is asked of it.
+#pragma once
+
+#include "LiveScanner.h"
+#include "Module.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Scene {
+    const char* backend;
+    const char* model;
+    std::string settings;  // of the simulated scanner
+    Job job;
+};
+
+// A scene's scanner, recorded while it scans its first page and played from then on. One lives at
+// a time, since the stand-in for libusb has one scanner.
+class Stage {
+public:
+    explicit Stage(const Scene& scene);
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+    ~Stage();
+
+    long pageBytes() const { return pageBytes_; }
+    const standin::Recording& recording() const { return live_.recording(); }
+    const void* memberOfModule() const { return module_->find("init"); }
+    // The whole page once more, in reads of 32 KB.
+    void scan();
+
+    static standin::UsbScanner* attached;
+
+private:
+    standin::LiveScanner live_;
+    std::unique_ptr<standin::Player> player_;
+    std::unique_ptr<Module> module_;
+    std::unique_ptr<Device> device_;
+    std::vector<unsigned char> block_;
+    long pageBytes_ = 0;
+};
+
+}  // namespace bench

@@ -1,0 +1,18 @@
+#include "Scenes.h"
+
+namespace bench {
+
+Scene rawScene(const std::string& paper, int dpi)
+{
+    return {"QuillonLegacy_1_0_0",
+            "flatbed-326",
+            "block-size=4087,flatbed.resolutions=75 150 300 600 1200,flatbed.paper=" + paper,
+            {dpi}};
+}
+
+Scene compressedScene(const std::string& paper)
+{
+    return {"Oxle09", "wicket-402", "quality=90,flatbed.paper=" + paper, {}};
+}
+
+}  // namespace bench

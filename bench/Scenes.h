@@ -1,0 +1,13 @@
+// The scans that are measured.
+#pragma once
+
+#include "Scene.h"
+
+namespace bench {
+
+// Papers are PNM files. Bare bytes, in blocks that are as small as a transfer.
+Scene rawScene(const std::string& paper, int dpi);
+// Chunks of quality 90, in blocks of the usual size.
+Scene compressedScene(const std::string& paper);
+
+}  // namespace bench

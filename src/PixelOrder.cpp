@@ -1,0 +1,55 @@
+#include "PixelOrder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t kColour = 3;
+
+void swapColours(unsigned char* pixels, std::size_t count)
+{
+    for (unsigned char* pixel = pixels; pixel != pixels + count * kColour; pixel += kColour) {
+        std::swap(pixel[0], pixel[2]);
+    }
+}
+
+void mirrorColour(unsigned char* line, std::size_t count)
+{
+    unsigned char* left = line;
+    unsigned char* right = line + count * kColour;
+    for (std::size_t i = 0; i < count / 2; ++i, left += kColour) {
+        right -= kColour;
+        std::swap_ranges(left, left + kColour, right);
+    }
+}
+
+void mirrorGrey(unsigned char* line, std::size_t count)
+{
+    std::reverse(line, line + count);
+}
+
+template <std::size_t kBytes>
+void merge(const unsigned char* a, const unsigned char* b, unsigned char* out, std::size_t pairs)
+{
+    for (std::size_t i = 0; i < pairs; ++i, out += 2 * kBytes) {
+        memcpy(out, a + i * kBytes, kBytes);
+        memcpy(out + kBytes, b + i * kBytes, kBytes);
+    }
+}
+
+}  // namespace
+
+const PixelOrder& scalarPixelOrder()
+{
+    static const PixelOrder order = {"scalar",   swapColours,    mirrorColour,
+                                     mirrorGrey, merge<kColour>, merge<1>};
+    return order;
+}
+
+const PixelOrder& pixelOrder()
+{
+    const PixelOrder* vectors = avx2PixelOrder();
+    return vectors != nullptr ? *vectors : scalarPixelOrder();
+}
