@@ -34,7 +34,8 @@ void ChunkDecoder::decode()
     }
 }
 
-FileDecoder::FileDecoder(const Band& band) : band_(band), out_(band.bytes())
+FileDecoder::FileDecoder(const samples::Bytes& file, std::size_t stride)
+    : file_(file), stride_(stride), out_(stride * kBandLines)
 {
     jpeg_.err = jpeg_std_error(&errors_);
     jpeg_create_decompress(&jpeg_);
@@ -47,16 +48,15 @@ FileDecoder::~FileDecoder()
 
 void FileDecoder::decode()
 {
-    jpeg_mem_src(&jpeg_, band_.file.data(), static_cast<unsigned long>(band_.file.size()));
+    jpeg_mem_src(&jpeg_, file_.data(), static_cast<unsigned long>(file_.size()));
     jpeg_read_header(&jpeg_, TRUE);
     jpeg_.dct_method = JDCT_ISLOW;
     jpeg_start_decompress(&jpeg_);
-    const std::size_t stride = band_.bytes() / kBandLines;
     while (jpeg_.output_scanline < jpeg_.output_height) {
         unsigned char* rows[kBandLines];
-        const JDIMENSION first = jpeg_.output_scanline;
+        const JDIMENSION first = jpeg_.output_scanline % kBandLines;
         for (JDIMENSION i = first; i < kBandLines; ++i) {
-            rows[i - first] = out_.data() + i * stride;
+            rows[i - first] = out_.data() + i * stride_;
         }
         jpeg_read_scanlines(&jpeg_, rows, kBandLines - first);
     }

@@ -22,7 +22,8 @@ struct Band {
     int quality;
     samples::Bytes body;  // entropy-coded
     samples::Bytes file;  // the same as a JPEG file
-    std::size_t bytes() const { return static_cast<std::size_t>(width * kBandLines * channels); }
+    std::size_t stride() const { return static_cast<std::size_t>(width * channels); }
+    std::size_t bytes() const { return stride() * kBandLines; }
 };
 
 // decode() decodes the band once; failures throw std::runtime_error. The band is not owned.
@@ -38,17 +39,20 @@ private:
     samples::Bytes out_;
 };
 
-// JSIMD_FORCENONE=1 in the environment takes libjpeg-turbo's vector code away.
+// A whole JPEG file, band after band into the same room. JSIMD_FORCENONE=1 in the environment
+// takes libjpeg-turbo's vector code away.
 class FileDecoder {
 public:
-    explicit FileDecoder(const Band& band);
+    // stride: bytes of a line. The file is not owned.
+    FileDecoder(const samples::Bytes& file, std::size_t stride);
     FileDecoder(const FileDecoder&) = delete;
     FileDecoder& operator=(const FileDecoder&) = delete;
     ~FileDecoder();
     void decode();
 
 private:
-    const Band& band_;
+    const samples::Bytes& file_;
+    std::size_t stride_;
     jpeg_decompress_struct jpeg_ = {};
     jpeg_error_mgr errors_ = {};
     samples::Bytes out_;

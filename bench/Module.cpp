@@ -92,14 +92,14 @@ void Device::set(const Job& job)
     setEnd(kBottom, job.height);
 }
 
-long Device::pageBytes() const
+SANE_Parameters Device::parameters() const
 {
     SANE_Parameters parameters = {};
     require(parameters_(handle_, &parameters), "sane_get_parameters");
-    return static_cast<long>(parameters.bytes_per_line) * parameters.lines;
+    return parameters;
 }
 
-long Device::scan(unsigned char* data, int blockSize) const
+long Device::scan(unsigned char* data, int blockSize, const Taker& take) const
 {
     require(start_(handle_), "sane_start");
     long bytes = 0;
@@ -107,6 +107,9 @@ long Device::scan(unsigned char* data, int blockSize) const
     SANE_Status status = SANE_STATUS_GOOD;
     while ((status = read_(handle_, data, blockSize, &length)) == SANE_STATUS_GOOD) {
         bytes += length;
+        if (take) {
+            take(data, length);
+        }
     }
     cancel_(handle_);
     require(status == SANE_STATUS_EOF ? SANE_STATUS_GOOD : status, "sane_read");

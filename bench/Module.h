@@ -1,6 +1,7 @@
 // A backend module, loaded as SANE's dll loader does it, and scans with it.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <sane/sane.h>
@@ -44,10 +45,11 @@ public:
     ~Device();
 
     void set(const Job& job);
-    // As many bytes as a page of the job has.
-    long pageBytes() const;
-    // A whole page, read in blocks of that size into data. Returns its bytes.
-    long scan(unsigned char* data, int blockSize) const;
+    SANE_Parameters parameters() const;
+    // A whole page, read in blocks of that size into data; each is passed to take, if there is one.
+    // Returns its bytes.
+    using Taker = std::function<void(const unsigned char* bytes, int size)>;
+    long scan(unsigned char* data, int blockSize, const Taker& take = nullptr) const;
 
 private:
     void setOption(int number, void* value) const;

@@ -1,5 +1,6 @@
 // Whole scans in one process, from the transport's buffer to the front end's, beside what copies
 // the same bytes or decodes the same page. Prints a line "NAME VALUE" for each figure.
+#include "Decoders.h"
 #include "Ratio.h"
 #include "Scenes.h"
 
@@ -53,6 +54,18 @@ void measureRaw(const std::string& paper)
            bench::ratioOf([&] { stage.scan(); }, [&] { copyAll(stage.recording()); }, kRounds));
 }
 
+void measureCompressed(const std::string& paper)
+{
+    Scene scene = bench::compressedScene(paper);
+    scene.job.height = 80;
+    Stage stage(scene);
+    const samples::Image page = {stage.width(), stage.lines(), 3, stage.scanWhole()};
+    const samples::Bytes file = samples::encodeFile(page, 90);
+    bench::FileDecoder libjpeg(file, static_cast<std::size_t>(page.width) * 3);
+    report("compressed-to-libjpeg",
+           bench::ratioOf([&] { libjpeg.decode(); }, [&] { stage.scan(); }, kRounds));
+}
+
 void measurePixels(const std::string& paper)
 {
     for (const int dpi : {75, 150, 300, 600, 1200}) {
@@ -80,6 +93,7 @@ int main(int argc, char** argv)
     }
     try {
         measureRaw(argv[2]);
+        measureCompressed(argv[1]);
         measurePixels(argv[2]);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "scan_bench: %s\n", error.what());

@@ -29,7 +29,7 @@ Stage::Stage(const Scene& scene) : live_(modelPath(scene), scene.settings), bloc
     module_ = std::make_unique<Module>(modulePath(scene));
     device_ = std::make_unique<Device>(*module_, kDevice);
     device_->set(scene.job);
-    pageBytes_ = device_->pageBytes();
+    page_ = device_->parameters();
     scan();
     player_ =
         std::make_unique<standin::Player>(live_.recording(), live_.vendorId(), live_.productId());
@@ -45,9 +45,18 @@ Stage::~Stage()
 
 void Stage::scan()
 {
-    if (device_->scan(block_.data(), kReadSize) != pageBytes_) {
+    if (device_->scan(block_.data(), kReadSize) != pageBytes()) {
         throw std::runtime_error("a page is not whole");
     }
+}
+
+std::vector<unsigned char> Stage::scanWhole()
+{
+    std::vector<unsigned char> page;
+    device_->scan(block_.data(), kReadSize, [&page](const unsigned char* bytes, int size) {
+        page.insert(page.end(), bytes, bytes + size);
+    });
+    return page;
 }
 
 }  // namespace bench

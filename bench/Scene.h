@@ -26,11 +26,14 @@ public:
     Stage& operator=(const Stage&) = delete;
     ~Stage();
 
-    long pageBytes() const { return pageBytes_; }
+    int width() const { return page_.pixels_per_line; }
+    int lines() const { return page_.lines; }
+    long pageBytes() const { return static_cast<long>(page_.bytes_per_line) * page_.lines; }
     const standin::Recording& recording() const { return live_.recording(); }
     const void* memberOfModule() const { return module_->find("init"); }
     // The whole page once more, in reads of 32 KB.
     void scan();
+    std::vector<unsigned char> scanWhole();
 
     static standin::UsbScanner* attached;
 
@@ -40,7 +43,7 @@ private:
     std::unique_ptr<Module> module_;
     std::unique_ptr<Device> device_;
     std::vector<unsigned char> block_;
-    long pageBytes_ = 0;
+    SANE_Parameters page_ = {};
 };
 
 }  // namespace bench

@@ -123,7 +123,7 @@ void measureDecoder()
                 continue;
             }
             bench::ChunkDecoder ours(band, kernel);
-            bench::FileDecoder libjpeg(band);
+            bench::FileDecoder libjpeg(band.file, band.stride());
             report(std::string("decoder-") + (channels == 3 ? "colour" : "grey") + "-q" +
                        std::to_string(quality) + "-" + kernel->name,
                    bench::ratioOf([&] { libjpeg.decode(); }, [&] { ours.decode(); }, kRounds));

@@ -42,7 +42,7 @@ int main(int argc, char** argv)
             }
         }
         benchmark::RegisterBenchmark((name + "libjpeg").c_str(), [&band](benchmark::State& state) {
-            bench::FileDecoder decoder(band);
+            bench::FileDecoder decoder(band.file, band.stride());
             run(state, decoder, band);
         });
     }

@@ -165,19 +165,17 @@ void DataBuffer::DiscardRawData(int n)
     iTotalSize -= n;
 }
 
-bool DataBuffer::ReplaceRawData(int consumed, const unsigned char* data, int len)
+bool DataBuffer::ReplaceRawData(int consumed, int len, unsigned char** room)
 {
     consumed = std::clamp(consumed, 0, GetRawDataSize());
     len = std::max(len, 0);
     if (len > consumed && !reserve(static_cast<std::size_t>(len - consumed))) {
         return false;
     }
-    if (len > 0 || consumed > 0) {
-        unsigned char* raw = pImage + iProcessedDataSize;
-        memmove(raw + len, raw + consumed, static_cast<std::size_t>(GetRawDataSize() - consumed));
-        if (len > 0) {
-            memcpy(raw, data, static_cast<std::size_t>(len));
-        }
+    *room = pImage + iProcessedDataSize;
+    if (consumed < GetRawDataSize()) {
+        memmove(*room + len, *room + consumed,
+                static_cast<std::size_t>(GetRawDataSize() - consumed));
     }
     iTotalSize += len - consumed;
     iProcessedDataSize += len;

@@ -52,9 +52,9 @@ public:
     void ShrinkRawData(int n);
     // Drops up to n bytes from the front of the raw part.
     void DiscardRawData(int n);
-    // Replaces the first consumed raw bytes by len processed ones. false: no memory,
-    // nothing changed.
-    bool ReplaceRawData(int consumed, const unsigned char* data, int len);
+    // Replaces the first consumed raw bytes by len processed ones, for the caller to fill at
+    // *room. false: no memory, nothing changed.
+    bool ReplaceRawData(int consumed, int len, unsigned char** room);
 
 protected:
     // Empties the store without giving up its block.

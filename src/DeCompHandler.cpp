@@ -83,26 +83,28 @@ int DeCompHandler::chunkSize(const unsigned char* raw, int rawSize) const
     return rawSize < kChunkSizeBytes ? kChunkSizeBytes : CDecompWicket::GetChunkSize(raw);
 }
 
-// Moves the lines in a decoder's output together, over the pad bytes behind each line;
-// returns the size of the whole lines among the given bytes.
-int DeCompHandler::packLines(unsigned char* lines, int bytes, int room) const
+// How many of the lines that a decoder announces are in its room.
+int DeCompHandler::wholeLines(int bytes, int room) const
 {
     const std::int64_t pad = DeCompressor->GetNumPadBytesPerLine();
     const std::int64_t step = stride + pad;
     if (stride < 1 || pad < 0) {
         return 0;
     }
-    std::int64_t count = bytes / stride;
-    if (count * step - pad > room) {
-        count = (room + pad) / step;
+    const int count = bytes / stride;
+    return count * step - pad > room ? static_cast<int>((room + pad) / step) : count;
+}
+
+// Without the pad bytes behind each line.
+void DeCompHandler::copyLines(const unsigned char* lines, int count, unsigned char* to) const
+{
+    const int pad = DeCompressor->GetNumPadBytesPerLine();
+    for (int left = count; left > 0; --left) {
+        SL_TRACE("LinesPerBand = %d", left);
+        memcpy(to, lines, static_cast<size_t>(stride));
+        to += stride;
+        lines += stride + pad;
     }
-    for (std::int64_t i = 0; i < count; ++i) {
-        SL_TRACE("LinesPerBand = %d", static_cast<int>(count - i));
-        if (pad > 0 && i > 0) {
-            memmove(lines + i * stride, lines + i * step, static_cast<size_t>(stride));
-        }
-    }
-    return static_cast<int>(count * stride);
 }
 
 // The room for a chunk's lines, by the chunk's own size; 0: more than an int holds.
@@ -177,12 +179,14 @@ int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk
         SL_TRACE("%2X %2X %2X %2X %2X %2X %2X %2X %2X %2X", out[0], out[1], out[2], out[3], out[4],
                  out[5], out[6], out[7], out[8], out[9]);
     }
-    const int finished = out != nullptr ? packLines(out, std::max(generated, 0), room) : 0;
-    if (!in->ReplaceRawData(std::clamp(converted, 0, chunk), out, finished)) {
+    const int lines = out != nullptr ? wholeLines(std::max(generated, 0), room) : 0;
+    unsigned char* finished = nullptr;
+    if (!in->ReplaceRawData(std::clamp(converted, 0, chunk), lines * stride, &finished)) {
         return 0;
     }
-    linesMade += stride > 0 ? finished / stride : 0;
-    const bool isCut = stride > 0 && generated / stride > finished / stride;
+    copyLines(out, lines, finished);
+    linesMade += lines;
+    const bool isCut = stride > 0 && generated / stride > lines;
     isChunkLost = isChunkLost || isCut || (status == CDecomp::DECOMP_ERROR && generated <= 0);
     isRestHidden = isRestHidden || converted <= 0;
     return 1;
