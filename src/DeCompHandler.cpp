@@ -98,9 +98,10 @@ int DeCompHandler::wholeLines(int bytes, int room) const
 // Without the pad bytes behind each line.
 void DeCompHandler::copyLines(const unsigned char* lines, int count, unsigned char* to) const
 {
+    const bool isTracing = debugEnabled();
     const int pad = DeCompressor->GetNumPadBytesPerLine();
     for (int left = count; left > 0; --left) {
-        SL_TRACE("LinesPerBand = %d", left);
+        SL_TRACE_IF(isTracing, "LinesPerBand = %d", left);
         memcpy(to, lines, static_cast<size_t>(stride));
         to += stride;
         lines += stride + pad;

@@ -51,7 +51,8 @@ private:
     void clearBlock(unsigned char* out, int outSize, int room) const;
     unsigned char* outputBlock(int size);
     int decompressChunk(DataBuffer* in, unsigned char* raw, int chunk);
-    int packLines(unsigned char* lines, int bytes, int room) const;
+    int wholeLines(int bytes, int room) const;
+    void copyLines(const unsigned char* lines, int count, unsigned char* to) const;
 
     std::unique_ptr<CDecomp> DeCompressor;
     // Serves all chunks of a page; what an earlier one left is still in it.

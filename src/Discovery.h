@@ -24,7 +24,7 @@ public:
         NOT_SENT = 99,
     };
 
-    // Appends every answer of a configured scanner to found.
+    // Appends the answers of configured scanners to found, a thousand at most.
     int search(SaneConfReader* conf, std::vector<NValueObjects>* found);
 
 private:

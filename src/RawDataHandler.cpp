@@ -90,12 +90,13 @@ int RawDataHandler::Perform(ImageData* img)
 {
     SL_START();
     const int rawSize = img->GetRawDataSize();
-    if (IM.empty()) {
+    const int stride = img->GetStride();
+    // Without lines nothing can be manipulated, and nothing is to be waited for.
+    if (IM.empty() || stride < 1) {
         img->SetProcessedDataSize(rawSize);
         SL_RETURN(1);
     }
-    const int stride = img->GetStride();
-    if (stride < 1 || rawSize < stride) {
+    if (rawSize < stride) {
         SL_RETURN(0);
     }
     run(img, rawSize - rawSize % stride);

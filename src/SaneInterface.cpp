@@ -135,6 +135,14 @@ SANE_Status guarded(Body body)
     }
 }
 
+// What the C++ library keeps for a thread's exceptions is made for the first one, and ends the
+// process when there is no memory for it then.
+void prepareForExceptions()
+{
+    abi::__cxa_eh_globals* volatile made = abi::__cxa_get_globals();
+    static_cast<void>(made);
+}
+
 // Null for the handle of a front end that goes on behind a failed open.
 ScanLib* engineOf(SANE_Handle handle)
 {
@@ -658,6 +666,7 @@ SANE_Status entry::sane_ScanLib_init(SANE_Int* version_code, SANE_Auth_Callback 
     if (version_code != nullptr) {
         *version_code = kVersionCode;
     }
+    prepareForExceptions();
     SL_RETURN_TO(log, SANE_STATUS_GOOD);
 }
 
@@ -746,7 +755,7 @@ SANE_Status entry::sane_ScanLib_control_option(SANE_Handle handle, SANE_Int opti
     if (handle == nullptr) {
         SL_RETURN_TO(log, SANE_STATUS_INVAL);
     }
-    const ScanLib::Operation operation(*engineOf(handle));
+    const ScanLib::Operation operation(*engineOf(handle), ScanLib::Occupation::store);
     const SANE_Status status =
         guarded([&] { return controlOption(engineOf(handle), option, action, value, info); });
     SL_RETURN_TO(log, status);
@@ -759,7 +768,7 @@ SANE_Status entry::sane_ScanLib_get_parameters(SANE_Handle handle, SANE_Paramete
     if (handle == nullptr) {
         SL_RETURN_TO(log, SANE_STATUS_INVAL);
     }
-    const ScanLib::Operation operation(*engineOf(handle));
+    const ScanLib::Operation operation(*engineOf(handle), ScanLib::Occupation::store);
     guarded([&] {
         if (params != nullptr) {
             computeParameters(engineOf(handle), params);
@@ -776,7 +785,7 @@ SANE_Status entry::sane_ScanLib_start(SANE_Handle handle)
     if (handle == nullptr) {
         SL_RETURN_TO(log, SANE_STATUS_INVAL);
     }
-    const ScanLib::Operation operation(*engineOf(handle));
+    const ScanLib::Operation operation(*engineOf(handle), ScanLib::Occupation::job);
     const SANE_Status status = guarded([&]() -> int {
         return operation.isOwner() ? startFrame(engineOf(handle)) : SANE_STATUS_DEVICE_BUSY;
     });
@@ -794,7 +803,7 @@ SANE_Status entry::sane_ScanLib_read(SANE_Handle handle, SANE_Byte* data, SANE_I
     if (handle == nullptr) {
         SL_RETURN_TO(log, SANE_STATUS_INVAL);
     }
-    const ScanLib::Operation operation(*engineOf(handle));
+    const ScanLib::Operation operation(*engineOf(handle), ScanLib::Occupation::job);
     SANE_Int delivered = 0;
     const SANE_Status status = guarded([&]() -> int {
         // Another thread is cancelling.
@@ -816,7 +825,7 @@ void entry::sane_ScanLib_cancel(SANE_Handle handle)
     if (handle == nullptr) {
         return;
     }
-    const ScanLib::Operation operation(*engineOf(handle));
+    const ScanLib::Operation operation(*engineOf(handle), ScanLib::Occupation::cancel);
     if (!operation.isOwner()) {
         engineOf(handle)->Interrupt();
         return;

@@ -711,10 +711,12 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
     const bool isTracing = debugEnabled();
     SL_START_IF(isTracing);
     *length = 0;
-    if (!isReady()) {
+    int status = AcquireImageStatus;
+    // No frame was started, or the device has given it up: what is not sent is not waited for.
+    const bool isIdle = status == SANE_STATUS_GOOD && ScanInProgress != 1;
+    if (!isReady() || isIdle) {
         SL_RETURN_IF(isTracing, SANE_STATUS_IO_ERROR);
     }
-    int status = AcquireImageStatus;
     if (status == SANE_STATUS_GOOD) {
         status = transfer(bytesWanted(max_length));
         if (cancelToken.isRequested() && !cancelToken.isDraining()) {
@@ -855,29 +857,44 @@ void ScanLib::Interrupt()
 {
     cancelToken.request();
     // The operation may have ended before it could see the request.
-    if (enter()) {
+    if (enter(Occupation::cancel)) {
         leave();
     }
+}
+
+bool ScanLib::enter(Occupation what)
+{
+    constexpr timespec kPause = {0, 100'000};
+    Occupation found = Occupation::none;
+    while (!occupation.compare_exchange_strong(found, what)) {
+        if (what != Occupation::job || found != Occupation::store) {
+            return false;
+        }
+        nanosleep(&kPause, nullptr);
+        found = Occupation::none;
+    }
+    return true;
 }
 
 void ScanLib::leave()
 {
     do {
         if (cancelToken.isRequested()) {
+            occupation = Occupation::cancel;
             try {
                 cancelTooLate();
             } catch (const std::exception&) {
                 SL_TRACE("[ERROR] cancel failed");
             }
         }
-        bBusy = false;
-    } while (cancelToken.isRequested() && enter());
+        occupation = Occupation::none;
+    } while (cancelToken.isRequested() && enter(Occupation::cancel));
 }
 
 void ScanLib::InterruptAndWait()
 {
     constexpr timespec kPause = {0, 10'000'000};
-    while (!enter()) {
+    while (!enter(Occupation::cancel)) {
         cancelToken.request();
         nanosleep(&kPause, nullptr);
     }

@@ -77,12 +77,18 @@ public:
 
     // ---- operations and cancel ----
 
+    // What an operation is busy with: the option store for a moment, a scan job, or the end of one.
+    enum class Occupation { none, store, job, cancel };
+
     // Held while an operation runs on the handle; isOwner() is false when there was one
-    // already. A cancel that arrives too late for the operation to see it is carried out
-    // when it ends.
+    // already. A job waits for the store; nothing else waits. A cancel that arrives too late
+    // for the operation to see it is carried out when it ends.
     class Operation {
     public:
-        explicit Operation(ScanLib& engine) : engine_(engine), isOwner_(engine.enter()) {}
+        explicit Operation(ScanLib& engine, Occupation what = Occupation::job)
+            : engine_(engine), isOwner_(engine.enter(what))
+        {
+        }
         Operation(const Operation&) = delete;
         Operation& operator=(const Operation&) = delete;
         ~Operation()
@@ -119,7 +125,7 @@ protected:
     int linesRead = 0;
 
 private:
-    bool enter() { return !bBusy.exchange(true); }
+    bool enter(Occupation what);
     void leave();
 
     int loadModel();
@@ -152,6 +158,6 @@ private:
 
     bool isReplyLost = false;  // that about the properties, for want of memory
     bool isDataOver = false;   // of the frame; what is held may still have to go out
-    std::atomic<bool> bBusy{false};
+    std::atomic<Occupation> occupation{Occupation::none};
     CancelToken cancelToken;
 };

@@ -26,6 +26,7 @@ SMALL = {"resolution": 75, "br-x": 30, "br-y": 30}
 BLOCK = 1024
 
 QUICK = 1  # what is answered or refused at once; the rest waits for the device
+RETRIES = 5  # thirty thousand reads for a reply, each refused at once: as fast as the machine is
 TRANSFER = 31  # a transfer on USB
 REPLY = 121  # a reply on USB
 VANISHED = 62  # on the network
@@ -130,19 +131,20 @@ COMMANDS = Group(
     "USB: commands and their replies",
     "Flatbed and feeder of protocol 402, a page from the flatbed. Each command at which the device "
     "is unplugged or stalls, and each reply that is late, double, cut, or comes behind something "
-    "else.",
+    "else. A reply is asked for thirty thousand times; where each is refused at once, that takes "
+    "what it takes the machine.",
     "adf-402", [
-        *(Row(f"{event} wake: {action}", "open=9", "nothing")
+        *(Row(f"{event} wake: {action}", "open=9", "nothing", RETRIES)
           for event in ("command", "reply") for action in ("unplug", "replug")),
-        Row("reply wake: stall", "open=9", "nothing"),
-        *(Row(f"{event} {name}: {action}", FAILED_START, "nothing")
+        Row("reply wake: stall", "open=9", "nothing", RETRIES),
+        *(Row(f"{event} {name}: {action}", FAILED_START, "nothing", RETRIES)
           for name in ("properties", "feeder-status", "lock", "start")
           for event in ("command", "reply") for action in ("unplug", "replug")),
-        *(Row(f"reply {name}: stall", FAILED_START, "nothing")
+        *(Row(f"reply {name}: stall", FAILED_START, "nothing", RETRIES)
           for name in ("properties", "feeder-status", "lock", "start")),
-        *(Row(f"{event} unlock: {action}", OK, "page", note=NOTICED_AT_EXIT)
+        *(Row(f"{event} unlock: {action}", OK, "page", RETRIES, note=NOTICED_AT_EXIT)
           for event in ("command", "reply") for action in ("unplug", "replug")),
-        Row("reply unlock: stall", OK, "page", note=NOTICED_AT_EXIT),
+        Row("reply unlock: stall", OK, "page", RETRIES, note=NOTICED_AT_EXIT),
         *(Row(f"reply {name}: {action}", OK, "page")
           for name in ("wake", "properties", "feeder-status", "lock", "unlock")
           for action in ("zero", "delay 50", "stray 8", "stray 300", "precede 1", "twice")),

@@ -64,6 +64,17 @@ class Machine(simulation.ScanTestCase):
         for complaints in self.refuse("all"):
             self.assertEqual(set(complaints) - {LOCKED}, set())
 
+    def test_no_memory_for_the_first_exception(self):
+        host = PROBE.parent / "bare_host"
+        if not host.exists():
+            self.skipTest("the tree of a sanitizer")
+        module = Path(simulation.SCANNER_SIM).parents[1] / "lib" / "libsane-QuillonLegacy_1_0_0.so.1"
+        for call in ["list", "open", "start"]:
+            result = self.simulate(["adf-402"], [str(host), str(module), "QuillonLegacy_1_0_0",
+                                                 USB, call], ["--tolerate"],
+                                   folder=Path(tempfile.mkdtemp(dir=self.folder)))
+            self.assertEqual(result.status, 0, call + result.stdout + result.stderr)
+
     def test_no_descriptors(self):
         for complaints in self.refuse("descriptors"):
             self.assertEqual(complaints, [])

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <stdexcept>
 #include <thread>
@@ -237,6 +238,76 @@ TEST_P(InterruptTest, TooLateForTheRead)
         }
     };
     read(100);
+    EXPECT_EQ(calls->back(), "close");
+}
+
+// Front ends ask for options while another thread reads.
+TEST_F(HandleTest, JobsWaitForTheStore)
+{
+    start();
+    engine->transport->steps = {{0, ramp(100)}};
+    std::atomic<bool> isHeld{false};
+    std::atomic<bool> isFree{false};
+    std::thread store([&] {
+        const ScanLib::Operation operation(*engine, ScanLib::Occupation::store);
+        isHeld = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        isFree = true;
+    });
+    while (!isHeld) {
+    }
+    EXPECT_EQ(read(100), SANE_STATUS_GOOD);
+    EXPECT_TRUE(isFree);
+    store.join();
+    EXPECT_EQ(length, 100);
+}
+
+TEST_F(HandleTest, NothingWaitsForAJob)
+{
+    start();
+    const ScanLib::Operation operation(*engine);
+    EXPECT_EQ(read(100), SANE_STATUS_CANCELLED);
+    EXPECT_EQ(sane_ScanLib_start(handle()), SANE_STATUS_DEVICE_BUSY);
+    setResolution(75);
+    SANE_Parameters parameters = {};
+    EXPECT_EQ(sane_ScanLib_get_parameters(handle(), &parameters), SANE_STATUS_GOOD);
+    EXPECT_THAT(*calls, IsEmpty());
+}
+
+// A signal may arrive while its own thread has the store.
+TEST_F(HandleTest, ACancelDoesNotWaitForTheStore)
+{
+    start();
+    {
+        const ScanLib::Operation operation(*engine, ScanLib::Occupation::store);
+        cancel();
+        EXPECT_THAT(*calls, IsEmpty());
+    }
+    EXPECT_THAT(*calls, ElementsAre("command 0", "read", "command 5", "close"));
+}
+
+// A feature file may leave no bytes for a line.
+TEST_F(HandleTest, PageWithoutLinesEnds)
+{
+    engine->set("BGRTORGB", 1);
+    engine->set("COLORDEPTH", -1);
+    engine->setUpManipulations();
+    start();
+    engine->transport->steps = {{0, ramp(40)}, {0, ramp(60)}, {1}};
+    long bytes = 0;
+    int reads = 0;
+    SANE_Status status = SANE_STATUS_GOOD;
+    for (; status == SANE_STATUS_GOOD && reads < 10; ++reads) {
+        status = read(30);
+        bytes += length;
+    }
+    EXPECT_EQ(status, SANE_STATUS_EOF);
+    EXPECT_EQ(bytes, 100);
+    start();
+    engine->transport->steps = {{0, ramp(100)}, {0, ramp(100)}, {1}};
+    EXPECT_EQ(read(30), SANE_STATUS_GOOD);
+    EXPECT_EQ(read(30), SANE_STATUS_GOOD);
+    cancel();
     EXPECT_EQ(calls->back(), "close");
 }
 

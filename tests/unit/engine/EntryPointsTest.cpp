@@ -302,7 +302,14 @@ TEST_F(HandleTest, LengthsBelowOne)
 
 TEST_F(HandleTest, ReadsOutsideOfAFrame)
 {
+    engine->transport->lastStep = {0, ramp(10)};
     EXPECT_NE(read(), SANE_STATUS_GOOD) << "before any start";
+    engine->transport->writeResults[4] = 15;
+    EXPECT_NE(sane_ScanLib_start(handle()), SANE_STATUS_GOOD);
+    calls->clear();
+    EXPECT_NE(read(), SANE_STATUS_GOOD) << "behind a failed start";
+    EXPECT_THAT(*calls, IsEmpty());
+    engine->transport->writeResults.clear();
     start();
     engine->transport->steps = {{1, ramp(100)}};
     EXPECT_EQ(read(), SANE_STATUS_GOOD);

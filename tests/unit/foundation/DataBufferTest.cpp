@@ -80,7 +80,8 @@ TEST(DataBuffer, RefusesMoreThanAnIntCounts)
     EXPECT_EQ(buffer.SetRawData(data.data(), INT_MAX), 0);
     EXPECT_EQ(buffer.SetRawData(data.data(), INT_MAX - 1), 0);
     EXPECT_EQ(buffer.ExtendRawData(INT_MAX - 1), nullptr);
-    EXPECT_FALSE(buffer.ReplaceRawData(0, data.data(), INT_MAX));
+    unsigned char* room = nullptr;
+    EXPECT_FALSE(buffer.ReplaceRawData(0, INT_MAX, &room));
     EXPECT_EQ(allBytes(buffer), (Bytes{1, 2}));
 }
 
@@ -95,7 +96,8 @@ TEST(DataBuffer, IsUnchangedWithoutMemory)
         const Allocations none(0);
         EXPECT_EQ(buffer.SetRawData(big.data(), sizeOf(big)), 0);
         EXPECT_EQ(buffer.ExtendRawData(sizeOf(big)), nullptr);
-        EXPECT_FALSE(buffer.ReplaceRawData(1, big.data(), sizeOf(big)));
+        unsigned char* room = nullptr;
+        EXPECT_FALSE(buffer.ReplaceRawData(1, sizeOf(big), &room));
         EXPECT_TRUE(none.refused());
     }
     expectSizes(buffer, 2, 1);
@@ -247,6 +249,16 @@ TEST(DataBuffer, ExtendsByRoomToFill)
     expectSizes(buffer, 1, 4);
 }
 
+bool replace(DataBuffer& buffer, int consumed, const Bytes& data)
+{
+    unsigned char* room = nullptr;
+    const bool isDone = buffer.ReplaceRawData(consumed, sizeOf(data), &room);
+    if (isDone) {
+        std::copy(data.begin(), data.end(), room);
+    }
+    return isDone;
+}
+
 struct ReplaceCase {
     const char* name;
     int consumed;
@@ -262,7 +274,7 @@ TEST_P(DataBufferReplace, PutsProcessedBytesInThePlaceOfRawOnes)
     const ReplaceCase& param = GetParam();
     DataBuffer buffer;
     fill(buffer, {1, 2}, counting(4, 10));
-    EXPECT_TRUE(buffer.ReplaceRawData(param.consumed, param.data.data(), sizeOf(param.data)));
+    EXPECT_TRUE(replace(buffer, param.consumed, param.data));
     EXPECT_EQ(processedBytes(buffer), param.processed);
     EXPECT_EQ(rawBytes(buffer), param.raw);
 }
@@ -277,6 +289,26 @@ INSTANTIATE_TEST_SUITE_P(
                     ReplaceCase{"All", 4, {7}, {1, 2, 7}, {}},
                     ReplaceCase{"Much", 4, Bytes(5000, 7), Bytes({1, 2}) + Bytes(5000, 7), {}}),
     CaseName());
+
+// The smaller part moves, whichever it is.
+TEST(DataBuffer, DropsRawBytesFromTheFrontAndFromTheEnd)
+{
+    for (const int processed : {0, 3, 500}) {
+        DataBuffer buffer;
+        fill(buffer, counting(processed), counting(20, 100));
+        buffer.DiscardRawData(4);
+        buffer.ShrinkRawData(5);
+        EXPECT_EQ(processedBytes(buffer), counting(processed));
+        EXPECT_EQ(rawBytes(buffer), counting(11, 104));
+        buffer.DiscardRawData(-1);
+        buffer.ShrinkRawData(-1);
+        EXPECT_EQ(rawBytes(buffer), counting(11, 104));
+        buffer.DiscardRawData(100);
+        buffer.ShrinkRawData(100);
+        expectSizes(buffer, processed, 0);
+        EXPECT_EQ(processedBytes(buffer), counting(processed));
+    }
+}
 
 // ---- allocations ----------------------------------------------------------------------
 
@@ -389,7 +421,7 @@ TEST_P(DataBufferModel, HoldsOverRandomOperations)
         DataBuffer& buffer = buffers[which];
         Model& model = models[which];
         const int size = random.pick(0, 9) == 0 ? random.pick(0, 5000) : random.pick(0, 40);
-        switch (random.pick(0, 9)) {
+        switch (random.pick(0, 11)) {
         case 0:
         case 1: {
             const Bytes data = random.bytes(size);
@@ -420,6 +452,14 @@ TEST_P(DataBufferModel, HoldsOverRandomOperations)
         case 7:
             ASSERT_EQ(buffer.DiscardProcessedData(size), sizeOf(model.take(size)));
             break;
+        case 9:
+            buffer.ShrinkRawData(size);
+            model.raw.resize(static_cast<std::size_t>(std::max(0, sizeOf(model.raw) - size)));
+            break;
+        case 10:
+            buffer.DiscardRawData(size);
+            model.raw = slice(model.raw, std::min(size, sizeOf(model.raw)), sizeOf(model.raw));
+            break;
         case 8: {
             const Bytes data = random.bytes(size);
             if (unsigned char* room = buffer.ExtendRawData(size)) {
@@ -431,7 +471,7 @@ TEST_P(DataBufferModel, HoldsOverRandomOperations)
         default: {
             const int consumed = random.pick(0, sizeOf(model.raw));
             const Bytes data = random.bytes(size);
-            ASSERT_TRUE(buffer.ReplaceRawData(consumed, data.data(), size));
+            ASSERT_TRUE(replace(buffer, consumed, data));
             model.raw.erase(model.raw.begin(), model.raw.begin() + consumed);
             model.processed = model.processed + data;
             if (random.pick(0, 30) == 0) {
