@@ -31,8 +31,7 @@ Stage::Stage(const Scene& scene) : live_(modelPath(scene), scene.settings), bloc
     device_->set(scene.job);
     page_ = device_->parameters();
     scan();
-    player_ =
-        std::make_unique<standin::Player>(live_.recording(), live_.vendorId(), live_.productId());
+    player_ = std::make_unique<standin::Player>(live_.recording());
     attached = player_.get();
 }
 

@@ -195,7 +195,11 @@ int DeCompHandler::decompressChunk(DataBuffer* in, unsigned char* raw, int chunk
 
 int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
 {
-    const bool isTracing = debugEnabled();
+    return Decompress(in, img, debugEnabled());
+}
+
+int DeCompHandler::Decompress(DataBuffer* in, ImageData* img, bool isTracing)
+{
     SL_START_IF(isTracing);
     const int rawSize = in->GetRawDataSize();
     if (!DeCompressor) {
@@ -204,31 +208,31 @@ int DeCompHandler::Decompress(DataBuffer* in, ImageData* img)
         SL_RETURN_IF(isTracing, 1);
     }
     if (img->GetInterleave() != 0) {
-        SL_TRACE("Data needs interleaving so no decompression needed.");
+        SL_TRACE_IF(isTracing, "Data needs interleaving so no decompression needed.");
         in->SetProcessedDataSize(rawSize);
-        SL_RETURN(1);
+        SL_RETURN_IF(isTracing, 1);
     }
     unsigned char* raw = in->GetRawDataPtr();
     if (rawSize <= 0 || raw == nullptr) {
-        SL_TRACE("There's nothing to decompress.");
-        SL_RETURN(0);
+        SL_TRACE_IF(isTracing, "There's nothing to decompress.");
+        SL_RETURN_IF(isTracing, 0);
     }
     const int chunk = chunkSize(raw, rawSize);
     // Whether the chunk is there already must not decide about the page.
     isRestHidden = isRestHidden || isImpossible(chunk);
     if (chunk < 0) {
-        SL_TRACE("CHUNKSIZE = %d", chunk);
-        SL_RETURN(0);
+        SL_TRACE_IF(isTracing, "CHUNKSIZE = %d", chunk);
+        SL_RETURN_IF(isTracing, 0);
     }
     if (chunk > rawSize) {
-        SL_TRACE("cannot decompress ... not enough data");
-        SL_RETURN(0);
+        SL_TRACE_IF(isTracing, "cannot decompress ... not enough data");
+        SL_RETURN_IF(isTracing, 0);
     }
     const int result = decompressChunk(in, raw, chunk);
     if (result == 1) {
-        SL_TRACE("Decompression successful!");
+        SL_TRACE_IF(isTracing, "Decompression successful!");
     }
-    SL_RETURN(result);
+    SL_RETURN_IF(isTracing, result);
 }
 
 // Zeros behind the chunks of a page fill its last block up.

@@ -28,6 +28,8 @@ public:
     // the processed part. Uncompressed data is marked processed as it is. 1: done, 0: no
     // chunk could be decompressed; its bytes stay raw.
     int Decompress(DataBuffer* in, ImageData* img);
+    // The same for a caller that has asked debugEnabled() itself, once for many blocks.
+    int Decompress(DataBuffer* in, ImageData* img, bool isTracing);
 
     // Drops the raw bytes of in once the page has a chunk that hides the rest, so that the
     // device can be read to its end without the bytes piling up. Else does nothing.

@@ -151,7 +151,11 @@ void InterleaveHandler::InterleaveLine(DataBuffer* in, ImageData* img)
 
 int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
 {
-    const bool isTracing = debugEnabled();
+    return DoInterleave(in, img, debugEnabled());
+}
+
+int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img, bool isTracing)
+{
     SL_START_IF(isTracing);
     if (img->GetInterleave() == 0) {
         SL_TRACE_IF(isTracing, "Interleaving is not needed.");
@@ -160,21 +164,21 @@ int InterleaveHandler::DoInterleave(DataBuffer* in, ImageData* img)
         SL_RETURN_IF(isTracing, moved == ready ? 0 : -1);
     }
     const std::int64_t InterleaveStride = lineLength(*img);
-    SL_TRACE("InterleaveStride = %d", static_cast<int>(InterleaveStride));
+    SL_TRACE_IF(isTracing, "InterleaveStride = %d", static_cast<int>(InterleaveStride));
     if (InterleaveStride < 1 || InterleaveStride > in->GetProcessedDataSize()) {
-        SL_TRACE("Cannot perform interleaving since data is not enough!");
-        SL_RETURN(-1);
+        SL_TRACE_IF(isTracing, "Cannot perform interleaving since data is not enough!");
+        SL_RETURN_IF(isTracing, -1);
     }
     while (in->GetProcessedDataSize() >= InterleaveStride) {
         const int before = in->GetProcessedDataSize();
-        SL_TRACE("ScanData->GetProcessedDataSize = %d", before);
+        SL_TRACE_IF(isTracing, "ScanData->GetProcessedDataSize = %d", before);
         InterleaveLine(in, img);
         if (in->GetProcessedDataSize() == before) {
-            SL_TRACE("[ERROR] no memory for a line, which waits");
-            SL_RETURN(-1);
+            SL_TRACE_IF(isTracing, "[ERROR] no memory for a line, which waits");
+            SL_RETURN_IF(isTracing, -1);
         }
     }
-    SL_RETURN(1);
+    SL_RETURN_IF(isTracing, 1);
 }
 
 bool InterleaveHandler::Finish(DataBuffer* in, ImageData* img)

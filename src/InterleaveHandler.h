@@ -14,6 +14,8 @@ public:
     // merged, 0: no interleaving, moved as they are, -1: less than a line is ready, or there is
     // no memory; what is not moved stays.
     int DoInterleave(DataBuffer* in, ImageData* img);
+    // The same for a caller that has asked debugEnabled() itself, once for many blocks.
+    int DoInterleave(DataBuffer* in, ImageData* img, bool isTracing);
 
     // Merges the next line, of which bytes that in does not hold count as zero. Without memory
     // it stays.

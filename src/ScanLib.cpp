@@ -630,14 +630,14 @@ void ScanLib::checkScannedSize(int got) const
 }
 
 // One chunk is decompressed a call: go on while there is progress.
-void ScanLib::decompressAll()
+void ScanLib::decompressAll(bool isTracing)
 {
     int before = 0;
     int status = 0;
     do {
         MyDecompressor->DropHidden(Buffer.get());
         before = Buffer->GetRawDataSize();
-        status = MyDecompressor->Decompress(Buffer.get(), Image.get());
+        status = MyDecompressor->Decompress(Buffer.get(), Image.get(), isTracing);
     } while (status == 1 && Buffer->GetRawDataSize() > 0 && Buffer->GetRawDataSize() < before);
 }
 
@@ -646,7 +646,7 @@ void ScanLib::decompressAll()
 int ScanLib::finishStages()
 {
     isDataOver = true;
-    decompressAll();
+    decompressAll(debugEnabled());
     const bool isDecompressed = MyDecompressor->Finish(Buffer.get());
     const bool isMerged = Interleaver->Finish(Buffer.get(), Image.get());
     ImageHandler->Finish(Image.get());
@@ -697,8 +697,8 @@ int ScanLib::transfer(int need)
         case RECORD_NO_DATA_YET:
             break;
         default:
-            decompressAll();
-            Interleaver->DoInterleave(Buffer.get(), Image.get());
+            decompressAll(isTracing);
+            Interleaver->DoInterleave(Buffer.get(), Image.get(), isTracing);
             need -= Image->GetRawDataSize();
             break;
         }

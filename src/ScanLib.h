@@ -148,7 +148,7 @@ private:
     int transfer(int need);
     int endOfData() const;
     void checkScannedSize(int got) const;
-    void decompressAll();
+    void decompressAll(bool isTracing);
     int finishStages();
     int endTransfer(int status);
     int flush();

@@ -22,6 +22,8 @@ scansim::Model load(const std::string& file, const std::string& settings)
 LiveScanner::LiveScanner(const std::string& modelFile, const std::string& settings)
     : model_(load(modelFile, settings)), scanner_(model_, faults_, journal_, recorder_)
 {
+    recording_.vendorId = static_cast<int>(model_.vendorId);
+    recording_.productId = static_cast<int>(model_.productId);
 }
 
 void LiveScanner::write(const unsigned char* bytes, int size)

@@ -18,8 +18,8 @@ public:
     // settings: "key=value" as on the command line of scanner-sim, with commas between them.
     LiveScanner(const std::string& modelFile, const std::string& settings);
 
-    int vendorId() const override { return static_cast<int>(model_.vendorId); }
-    int productId() const override { return static_cast<int>(model_.productId); }
+    int vendorId() const override { return recording_.vendorId; }
+    int productId() const override { return recording_.productId; }
     void write(const unsigned char* bytes, int size) override;
     int read(unsigned char* bytes, int capacity) override;
 

@@ -5,11 +5,6 @@
 
 namespace standin {
 
-Player::Player(const Recording& recording, int vendorId, int productId)
-    : recording_(recording), vendorId_(vendorId), productId_(productId)
-{
-}
-
 void Player::write(const unsigned char* bytes, int size)
 {
     const auto& exchanges = recording_.exchanges();

@@ -58,6 +58,8 @@ void Recording::addAnswer(const Bytes& transfer)
 void Recording::save(const std::string& path) const
 {
     std::ofstream file(path, std::ios::binary);
+    put(file, static_cast<std::uint32_t>(vendorId));
+    put(file, static_cast<std::uint32_t>(productId));
     put(file, static_cast<std::uint32_t>(transfers_.size()));
     for (const Bytes& transfer : transfers_) {
         put(file, transfer);
@@ -81,6 +83,8 @@ void Recording::load(const std::string& path)
     if (!file) {
         throw std::runtime_error("cannot read " + path);
     }
+    vendorId = static_cast<int>(getNumber(file));
+    productId = static_cast<int>(getNumber(file));
     for (std::uint32_t left = getNumber(file); left > 0; --left) {
         transfers_.push_back(getBytes(file));
     }

@@ -21,6 +21,9 @@ public:
         std::vector<std::uint32_t> answers;  // numbers of transfers
     };
 
+    int vendorId = 0;
+    int productId = 0;
+
     Recording() = default;
     Recording(const Recording&) = delete;
     Recording& operator=(const Recording&) = delete;

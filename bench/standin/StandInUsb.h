@@ -26,17 +26,15 @@ UsbScanner* attachedScanner();
 class Player : public UsbScanner {
 public:
     // The recording is not owned.
-    Player(const Recording& recording, int vendorId, int productId);
+    explicit Player(const Recording& recording) : recording_(recording) {}
 
-    int vendorId() const override { return vendorId_; }
-    int productId() const override { return productId_; }
+    int vendorId() const override { return recording_.vendorId; }
+    int productId() const override { return recording_.productId; }
     void write(const unsigned char* bytes, int size) override;
     int read(unsigned char* bytes, int capacity) override;
 
 private:
     const Recording& recording_;
-    int vendorId_;
-    int productId_;
     std::size_t next_ = 0;  // exchange, where the search for a command begins
     const Recording::Exchange* current_ = nullptr;
     std::size_t answered_ = 0;
