@@ -402,6 +402,7 @@ int ScanLib::Start()
     if (!isReady()) {
         SL_RETURN(SANE_STATUS_IO_ERROR);
     }
+    isStarted = ScanInProgress == 1;
     int status = startJob();
     if (cancelToken.isRequested()) {
         status = cancelRunning();
@@ -507,6 +508,7 @@ int ScanLib::beginFrame(int status)
 {
     AcquireImageStatus = SANE_STATUS_GOOD;
     ScanInProgress = 1;
+    isStarted = true;
     isDataOver = false;
     Buffer->Reset();
     linesRead = 0;
@@ -712,9 +714,8 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
     SL_START_IF(isTracing);
     *length = 0;
     int status = AcquireImageStatus;
-    // No frame was started, or the device has given it up: what is not sent is not waited for.
-    const bool isIdle = status == SANE_STATUS_GOOD && ScanInProgress != 1;
-    if (!isReady() || isIdle) {
+    // What a device does not send without a start is not waited for.
+    if (!isReady() || (status == SANE_STATUS_GOOD && !isStarted)) {
         SL_RETURN_IF(isTracing, SANE_STATUS_IO_ERROR);
     }
     if (status == SANE_STATUS_GOOD) {

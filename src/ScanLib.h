@@ -157,6 +157,7 @@ private:
     void cancelTooLate();
 
     bool isReplyLost = false;  // that about the properties, for want of memory
+    bool isStarted = false;    // there is a frame to read, or was one
     bool isDataOver = false;   // of the frame; what is held may still have to go out
     std::atomic<Occupation> occupation{Occupation::none};
     CancelToken cancelToken;
