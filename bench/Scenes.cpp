@@ -15,4 +15,9 @@ Scene compressedScene(const std::string& paper)
     return {"Oxle09", "wicket-402", "quality=90,flatbed.paper=" + paper, {}};
 }
 
+Scene interleavedScene()
+{
+    return {"QuillonLegacy_1_0_0", "combo-401", "stream=interleaved", {}};
+}
+
 }  // namespace bench

@@ -9,5 +9,7 @@ namespace bench {
 Scene rawScene(const std::string& paper, int dpi);
 // Chunks of quality 90, in blocks of the usual size.
 Scene compressedScene(const std::string& paper);
+// Two half-lines to a line, in blocks of the usual size.
+Scene interleavedScene();
 
 }  // namespace bench

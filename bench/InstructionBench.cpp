@@ -1,0 +1,52 @@
+// One scan in counted(), for valgrind's callgrind, which counts instructions there only. Argument:
+// the scene. Prints the bytes of the page.
+#include "Scenes.h"
+
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <map>
+
+namespace {
+
+// As large as it takes for what happens once a page not to count.
+constexpr double kMillimetres = 30;
+
+const std::map<std::string, std::function<bench::Scene()>>& scenes()
+{
+    static const std::map<std::string, std::function<bench::Scene()>> all = {
+        {"raw", [] { return bench::rawScene("chart", 600); }},
+        {"compressed", [] { return bench::compressedScene("chart"); }},
+        {"interleaved", bench::interleavedScene},
+    };
+    return all;
+}
+
+}  // namespace
+
+// Found by its name.
+extern "C" __attribute__((noinline, visibility("default"))) void counted(bench::Stage* stage)
+{
+    stage->scan();
+}
+
+int main(int argc, char** argv)
+{
+    const auto found = scenes().find(argc == 2 ? argv[1] : "");
+    if (found == scenes().end()) {
+        std::fprintf(stderr, "Usage: instruction_bench raw|compressed|interleaved\n");
+        return 2;
+    }
+    try {
+        bench::Scene scene = found->second();
+        scene.job.height = kMillimetres;
+        bench::Stage stage(scene);
+        stage.scan();
+        counted(&stage);
+        std::printf("%ld\n", stage.pageBytes());
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "instruction_bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

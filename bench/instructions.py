@@ -1,0 +1,56 @@
+"""Instructions that a page costs, for each KB of it, beside the figures kept in bench/baseline. Ends
+with 1 where one has grown by more than a tenth. Arguments: scanner-sim, instruction_bench, and
+"--keep" to take the figures over. What differs between machines is left out of the count: the
+environment, and the variants of the C library's copies."""
+
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+BASELINE = Path(__file__).resolve().parent / "baseline"
+SCENES = ["raw", "compressed", "interleaved"]
+MOST_GROWTH = 1.1
+HEAD = """# Instructions for each KB that a front end gets: bench/instructions.py --keep writes this file.
+"""
+
+
+def count(simulation, program, scene):
+    command = [simulation, "--usb", "flatbed-326", "--", "env", "-i",
+               "GLIBC_TUNABLES=glibc.cpu.hwcaps="
+               "-AVX512F,-AVX2,-AVX,-AVX_Fast_Unaligned_Load,-ERMS,-FSRM",
+               shutil.which("valgrind"), "--tool=callgrind", "--callgrind-out-file=/dev/null",
+               "--toggle-collect=counted", program, scene]
+    result = subprocess.run(command, capture_output=True, text=True)
+    assert result.returncode == 0, result.stdout + result.stderr
+    instructions = int(re.search(r"Collected : (\d+)", result.stderr).group(1))
+    return instructions / (int(result.stdout) / 1024)
+
+
+def read_baseline():
+    lines = BASELINE.read_text().splitlines() if BASELINE.exists() else []
+    return {name: float(value) for name, value in
+            (line.split() for line in lines if line and not line.startswith("#"))}
+
+
+def main():
+    counts = {scene: count(*sys.argv[1:3], scene) for scene in SCENES}
+    if "--keep" in sys.argv:
+        BASELINE.write_text(HEAD + "".join(f"{name} {value:.1f}\n"
+                                           for name, value in counts.items()))
+    kept = read_baseline()
+    status = 0
+    for name, value in counts.items():
+        growth = value / kept[name]
+        print(f"{name:12} {value:8.1f} instructions a KB, {growth:.3f} of what is kept", end="")
+        if growth > MOST_GROWTH:
+            status = 1
+            print(": more than it was", end="")
+        elif growth < 1 / MOST_GROWTH:
+            print(": less than it was, to be kept", end="")
+        print()
+    return status
+
+
+sys.exit(main())
