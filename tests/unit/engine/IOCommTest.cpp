@@ -890,6 +890,27 @@ TEST_F(IOCommImageTest, RecordsGiveTheirResponse)
     EXPECT_EQ(buffer.GetAllDataSize(), 0);
 }
 
+// The end of a page needs none, and image bytes must not get lost in silence.
+TEST_F(IOCommImageTest, WithoutMemory)
+{
+    const Bytes end = record(1);
+    const Bytes block = imageBlock(ramp(50));
+    usb.deliver(end);
+    usb.deliver(block);
+    int results[2] = {};
+    {
+        const Allocations none(0);
+        for (int& result : results) {
+            result = comm->ReadImage(&got, &buffer, &image);
+        }
+    }
+    EXPECT_THAT(results, ElementsAre(1, TRANSPORT_NO_MEMORY));
+    EXPECT_EQ(got, 0);
+    EXPECT_EQ(buffer.GetAllDataSize(), 0);
+    EXPECT_EQ(readImage(block), 0);
+    EXPECT_EQ(delivered(), ramp(50));
+}
+
 TEST_F(IOCommImageTest, PageMarker)
 {
     LogCapture log;

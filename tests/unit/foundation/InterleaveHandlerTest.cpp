@@ -124,6 +124,8 @@ const Geometry kGeometries[] = {
     {"OffsetAtTheEnd", GRAY, 10, 6, 8, 0},
     {"OffsetBeyondTheLine", GRAY, 10, 4, 30, 0},
     {"TrimBeyondTheLine", RGB, 10, 30, 0, 50},
+    {"NegativeTrim", RGB, 30, 90, 0, -2},
+    {"NegativeGreyTrim", GRAY, 90, 90, 0, -3},
 };
 
 INSTANTIATE_TEST_SUITE_P(Geometries, Interleaved, testing::ValuesIn(kGeometries), CaseName());
