@@ -26,7 +26,7 @@ SMALL = {"resolution": 75, "br-x": 30, "br-y": 30}
 BLOCK = 1024
 
 QUICK = 1  # what is answered or refused at once; the rest waits for the device
-RETRIES = 5  # thirty thousand reads for a reply, each refused at once: as fast as the machine is
+RETRIES = 10  # thirty thousand reads for a reply, each refused at once: as fast as the machine is
 TRANSFER = 31  # a transfer on USB
 REPLY = 121  # a reply on USB
 VANISHED = 62  # on the network
@@ -122,9 +122,9 @@ OPENING = Group(
         Row("close 3: unplug", OK, "page"),
         Row("close 3: replug", OK, "page"),
         Row("!unplug", "list=0 open=1", "nothing"),
-        Row("command start: unplug", FAILED_START + " [plug] start=9", "nothing",
+        Row("command start: unplug", FAILED_START + " [plug] start=9", "nothing", RETRIES,
             note="a handle does not see the new file; a new open does"),
-        Row("block 2: replug", FAILED_READ + " start=9", "nothing"),
+        Row("block 2: replug", FAILED_READ + " start=9", "nothing", RETRIES),
     ])
 
 COMMANDS = Group(
