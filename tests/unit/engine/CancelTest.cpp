@@ -274,6 +274,18 @@ TEST_F(HandleTest, NothingWaitsForAJob)
     EXPECT_THAT(*calls, IsEmpty());
 }
 
+// The page that runs can still be cancelled, with what the device sends of it.
+TEST_F(HandleTest, ARefusedStartInAPageLeavesIt)
+{
+    start();
+    engine->transport->steps = {{0, ramp(10)}, {1}};
+    engine->transport->writeResults[3] = 15;
+    EXPECT_NE(sane_ScanLib_start(handle()), SANE_STATUS_GOOD);
+    calls->clear();
+    cancel();
+    EXPECT_THAT(*calls, ElementsAre("command 0", "read", "read", "command 5", "close"));
+}
+
 // A signal may arrive while its own thread has the store.
 TEST_F(HandleTest, ACancelDoesNotWaitForTheStore)
 {
