@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What whole scans ask of the C library. Prints a line "NAME VALUE" for each figure.
 #include "Counters.h"
 #include "Scenes.h"

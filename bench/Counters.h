@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Counts what a backend module asks of the C library. A program that links this stands before the
 // C library for everything that it loads.
 #pragma once

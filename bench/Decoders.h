@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The block-transform decoder and libjpeg-turbo on the same data: bands of 32 lines.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One scan in counted(), for valgrind's callgrind, which counts instructions there only. Argument:
 // the scene. Prints the bytes of the page.
 #include "Scenes.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Writes the papers that are scanned: FOLDER/blank.pnm and FOLDER/photo.pnm.
 #include "Samples.h"
 

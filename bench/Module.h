@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A backend module, loaded as SANE's dll loader does it, and scans with it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What one thing costs beside another. Times of a shared machine drift, so both are measured in
 // turn and the median of the ratios counts.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Whole scans in one process, from the transport's buffer to the front end's, beside what copies
 // the same bytes or decodes the same page. Prints a line "NAME VALUE" for each figure.
 #include "Decoders.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Scans that are measured: a model, how it is set, and what is asked of it.
 #pragma once
 

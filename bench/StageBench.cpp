@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The stages that image bytes pass through, each beside what it cannot be faster than. Prints a
 // line "NAME VALUE" for each figure.
 #include "Decoders.h"

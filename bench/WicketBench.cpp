@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The block-transform decoder, kernel by kernel, beside libjpeg-turbo.
 #include "Decoders.h"
 

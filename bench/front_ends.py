@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Whole processes of scanimage, inside a simulation. Prints a line "NAME VALUE" for each figure.
 Arguments: folders of the stand-in's library, of the model files, of the papers, of sane_api.py."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Instructions that a page costs, for each KB of it, beside the figures kept in bench/baseline. Ends
 with 1 where one has grown by more than a tenth. Arguments: scanner-sim, instruction_bench, and
 "--keep" to take the figures over. What differs between machines is left out of the count: the
@@ -12,7 +13,8 @@ from pathlib import Path
 BASELINE = Path(__file__).resolve().parent / "baseline"
 SCENES = ["raw", "compressed", "interleaved"]
 MOST_GROWTH = 1.1
-HEAD = """# Instructions for each KB that a front end gets: bench/instructions.py --keep writes this file.
+HEAD = """# SPDX-License-Identifier: LGPL-2.1-or-later
+# Instructions for each KB that a front end gets: bench/instructions.py --keep writes this file.
 """
 
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Reads lines "NAME VALUE" and prints them as a table, each figure beside what it has to reach. Ends
 with 1 where one is missing or misses."""
 

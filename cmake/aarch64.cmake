@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 # 64-bit Arm with Debian's cross compiler, or with clang and the libraries of that compiler. What
 # is built runs in the emulator of qemu-user-static.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Logging to syslog under environment switches, and the trace line format.
 #pragma once
 

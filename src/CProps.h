@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The device properties: what the scanner says it can do.
 #pragma once
 

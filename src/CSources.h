@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One source record of the device properties: a flatbed or a document feeder.
 #pragma once
 

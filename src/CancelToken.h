@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Tells a running transfer that it is to stop.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Command encoding of protocol version 326, the base of the later ones.
 #pragma once
 

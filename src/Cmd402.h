@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Command encoding of protocol version 402.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The option store: everything known about the model and the current scan.
 #pragma once
 

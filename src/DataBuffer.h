@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A growable byte store whose front is processed and whose tail is raw.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The decompression stage: compressed chunks become lines.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Lists the scanners of every transport and creates the transport for one of them.
 #pragma once
 

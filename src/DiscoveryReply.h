@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The answers of scanners to the discovery, DNS messages with TXT records.
 #pragma once
 

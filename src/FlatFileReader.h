@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The option store filled from a model feature file.
 #pragma once
 

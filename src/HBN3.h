@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The frames of the network protocol: a stream of frames becomes their payloads.
 #pragma once
 

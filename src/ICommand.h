@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Command objects: a command number becomes the bytes of one protocol version.
 #pragma once
 

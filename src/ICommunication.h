@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The transport interface: one scanner behind USB or behind the network.
 #pragma once
 

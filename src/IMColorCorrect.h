@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Colour correction by a loadable library with look-up tables read from files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // An in-place manipulation of whole image lines.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The transport to a scanner on USB, over libusb 0.1.
 #pragma once
 

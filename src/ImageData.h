@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The image store of one scan: finished bytes with the page's geometry.
 #pragma once
 

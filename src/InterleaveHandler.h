@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The interleave stage: half-lines side by side become lines.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The lists of names that cross the transport and engine interfaces.
 #pragma once
 

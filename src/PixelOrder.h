@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Reordering of the pixels of a line, once in plain code and once with vectors.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Fields of received records, read byte by byte and never past their end.
 #pragma once
 

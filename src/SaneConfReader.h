@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The backend configuration file: which models this backend drives.
 #pragma once
 

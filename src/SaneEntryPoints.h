@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One set of exported entry points, for a backend name.
 #pragma once
 

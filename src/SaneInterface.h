@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The SANE entry points and the option set behind them.
 #pragma once
 

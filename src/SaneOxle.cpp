@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The entry points for the backend name Oxle09.
 #include "SaneEntryPoints.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The entry points under the library's own name.
 #include "SaneEntryPoints.h"
 

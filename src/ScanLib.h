@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The scan engine: one object per open SANE handle.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The records and blocks of the image stream, the same over every transport.
 #pragma once
 

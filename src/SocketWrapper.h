@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One send, one receive and the closing of a TCP socket.
 #pragma once
 

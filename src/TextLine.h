@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Lines of the configuration files, read the same way by both readers.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A simulated scanner, whose answers are recorded.
 #pragma once
 

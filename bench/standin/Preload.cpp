@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // For front ends that know nothing of it: records the first scan of a simulated scanner, and plays
 // it in later processes.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What a scanner said to each command of a host, transfer by transfer.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The part of libusb 0.1 that the backend calls, with one scanner at bus 001, device 002.
 #include "StandInUsb.h"
 

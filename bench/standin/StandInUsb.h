@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A stand-in for libusb 0.1 that hands a scanner's transfers out of memory: what a scan costs is
 // then the backend's own work. Programs that define its usb_ functions, or preload them, go before
 // the genuine library.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Stands in for the scanners' colour-correction library: one table for each channel.
 
 #include <cstddef>

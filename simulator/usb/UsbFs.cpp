@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 #include "UsbFs.h"
 
 #include <linux/usbdevice_fs.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The decompressor interface that the decompression stage drives.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The decompressor for chunks of the block-transform codec.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The fast path of the block-transform decoder.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One pair of DC and AC code tables of the block-transform codec, ready for decoding.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Reads the bits of a chunk body and decodes its symbols.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the fast decoder computes with vectors, once for each kind of processor.
 #pragma once
 

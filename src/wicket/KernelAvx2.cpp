@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // AVX2. Compiled for it as a whole: nothing here may run before the processor was asked.
 #include "wicket/Kernel.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // SSE2, which every x86-64 processor has, or NEON on 64-bit Arm.
 #include "wicket/Kernel.h"
 

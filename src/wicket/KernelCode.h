@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The code of a Kernel: groups of 8x8 blocks, eight values of each block in a vector. Included
 // once by each of its sources, behind the operations of its processor:
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Vectors for the code of a Kernel: blocks of 128 bits side by side, which no operation mixes.
 // Included once by each of its sources, behind their number kBlocks.
 #pragma once

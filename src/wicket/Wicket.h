@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The block-transform decoder: the body of a chunk becomes grey or RGB lines.
 #pragma once
 

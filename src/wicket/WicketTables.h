@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Fixed tables of the block-transform codec.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The exact integer inverse transform of an 8x8 block.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Writes the inputs that the corpora of the fuzzers started from: what a scanner without faults
 // sends, and the samples of the unit tests.
 #include "Dns.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Breaks the source in small ways, one at a time, and counts how often the tests notice.
 
 The lists (*.txt beside this file) say what is replaced by what, and which tests come into

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """docs/faults.md, made from the table of faults. Run by itself, writes it anew."""
 
 import re
@@ -12,6 +13,7 @@ STATUSES = {0: "GOOD", 1: "UNSUPPORTED", 2: "CANCELLED", 3: "DEVICE_BUSY", 4: "I
 DELIVERED = {"page": "the page", "sent": "all that is sent", "lines": "all lines that are sent",
              "beginning": "its beginning", "nothing": "nothing", "other": "**other pixels**"}
 INTRODUCTION = """\
+<!-- SPDX-License-Identifier: LGPL-2.1-or-later -->
 # Faults
 
 What devices can do wrong, and what a front end sees of it. Each row is a test on a simulated

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Every fault that is tried, and what it leads to: the rows of docs/faults.md, which test_faults.py
 carries out and compares with the page.
 

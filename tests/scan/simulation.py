@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Runs front ends on simulated scanners and compares what they deliver."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Cancels at every place of a scan, in a signal handler and from another thread: the status, how
 much is still asked of the device, how long it takes, and that the same handle scans on."""
 

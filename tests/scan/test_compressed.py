@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Compressed pages: every line that the stream holds comes out, as the decoder makes it, however
 the stream is cut; and what is wrong with a stream ends in a status."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Bad files, and devices that cannot be had: the log line that names the culprit, and what happens
 to files. What devices do wrong while they are used is in test_faults.py."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """What devices do wrong: every row of fault_table.py, and docs/faults.md, which shows them.
 
 Arguments, if any, are words of the names of the groups that are to be carried out.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Front ends: scanimage, python3-sane, and the plain C interface behind the dll loader."""
 
 import pathlib

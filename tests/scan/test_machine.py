@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Scans on a machine that refuses things: memory and descriptors at every place, /tmp, the log."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Every protocol version, source, colour mode, line layout and command framing."""
 
 import itertools

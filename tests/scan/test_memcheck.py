@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """scanimage, unmodified, under valgrind's memcheck: no invalid access, nothing undefined used, no
 leak. Needs a build without sanitizers. Short runs with the other tests; all by scripts/memcheck."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Scanners on the network: found by a search, used by the name that is shown, whatever the sizes of
 frames and segments. What a connection can suffer is in test_faults.py.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Windows, resolutions, block sizes and ends of pages, through scanimage."""
 
 import simulation

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Decodes recorded chunks of a compressed page with the scalar decoder, apart from the stages and
 // the fast path that a scan runs through:
 //   wicket_decode INPUT.wck WIDTH CHANNELS OUTPUT.raw

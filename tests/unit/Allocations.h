@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Control over the memory that the library asks for, and over its reads of files.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the library writes to the system log, caught inside the test program.
 #pragma once
 

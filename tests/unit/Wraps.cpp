@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The linker sends the calls of all that is linked statically through the functions
 // below (--wrap).
 #include "Allocations.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Chunks of compressed pages: every vector code of the decoder against its scalar one.
 #include "Check.h"
 #include "Input.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The backend configuration file.
 #include "Check.h"
 #include "Input.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The decompression stage: the lines of a page must not depend on how its bytes arrive, and are
 // those of the scalar decoder.
 #include "Check.h"

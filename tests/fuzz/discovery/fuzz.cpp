@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Answers to the search for scanners on the network, and the names that come out of them.
 #include "Check.h"
 #include "FakeUsb.h"

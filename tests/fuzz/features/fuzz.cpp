@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The feature file of a model, and what is computed from it.
 #include "Check.h"
 #include "Input.h"

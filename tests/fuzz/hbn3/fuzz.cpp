@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The frames of the network protocol, whose buffer is compared with a simpler one.
 #include "Check.h"
 #include "Input.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The whole library through its entry points: what a front end calls and what the scanner does
 // are both the input's choice.
 #include "Check.h"

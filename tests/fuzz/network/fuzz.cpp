@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Sessions with a scanner on the network: greeting, commands, frames, images, cancels and new
 // connections.
 #include "Check.h"

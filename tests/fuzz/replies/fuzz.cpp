@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Replies and property records, what the engine makes of them, and the commands of every
 // protocol version for whatever settings came of it.
 #include "Check.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What fuzzers look at and insist on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Making a decompressor takes much longer than what most inputs do with it: they are kept and
 // used again.
 #include "DeCompHandler.h"

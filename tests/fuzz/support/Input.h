@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The bytes of a fuzzer, taken from the front.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A page as a plain reading of the script has it: without transfers, buffers and stages.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The engine as sane_open leaves it, with a transport and settings of the fuzzer's own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A network with one scanner, which follows a script.
 #pragma once
 

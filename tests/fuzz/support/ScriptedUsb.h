@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A USB scanner that follows a script.
 #pragma once
 

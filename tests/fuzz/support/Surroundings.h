@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The system around the library: log, clock and files, none of them real.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The image stream of a USB scanner: transfers, records, blocks, buffers, interleaving and
 // manipulations, up to what a front end reads.
 #include "Check.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the front end does, each by a command of its own.
 #pragma once
 

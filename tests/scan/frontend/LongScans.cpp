@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Long scans: a feeder full of sheets, and a page that is larger than what a process should hold.
 #include "Commands.h"
 #include "Page.h"

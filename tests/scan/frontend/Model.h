@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the options mean, for comparison with what the backend makes of them.
 #pragma once
 

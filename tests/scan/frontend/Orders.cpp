@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Options in all orders: every pair of changes, and random sequences; between them parameters and
 // scans. A model says what has to come of each step.
 #include "Chance.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Pages as they are delivered, and as the simulation has recorded them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Many times the same: the library loaded and unloaded; a device opened, scanned from and closed.
 #include "Commands.h"
 #include "Page.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The SANE interface as a front end in C++ sees it, behind the dll loader.
 #pragma once
 

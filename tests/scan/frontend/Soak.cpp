@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A long time of everything at once: all devices open side by side, random scans in turns of one
 // read each, options, cancels, handles closed in the middle, lists, and faults of the devices.
 #include "Chance.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A front end that tests the backend: front_end COMMAND ARGUMENTS, run by scanner-sim. It ends
 // with 1 where something is not as it should be, and says what.
 #include "Commands.h"

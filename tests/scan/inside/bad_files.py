@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Bad configuration and feature files: status, and a page after each once the file is mended."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Reads a page that is broken, then a good one on the same handle, and writes their bytes.
 
 Usage: broken_page.py STATUS BROKEN-OUTPUT GOOD-OUTPUT

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """A second process meets a scanner in use; the first one's page is unharmed."""
 
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """A front end in a locale whose decimal point is a comma reads the feature file all the same.
 
 Usage: comma_locale.py LOCALE

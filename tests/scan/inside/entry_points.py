@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """The three sets of entry points of one module: each of the thirteen calls, and a page."""
 
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Scans from every source of every device in every mode, into N-SOURCE-MODE.raw, where N is the
 number of the device in the order of the simulation. Devices have to be all on USB or all on the
 network. Asks for every device by the name in the list.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Faults of one simulated device in turn, on one library: what each call gives and how long it
 takes, what is delivered, what is left behind; and after each of them a whole page.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """SIGINT to scanimage in the middle of a page, then a whole page."""
 
 import signal

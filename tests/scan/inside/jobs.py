@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Orders of calls on one handle and on several: cancel, close, start again."""
 
 import threading

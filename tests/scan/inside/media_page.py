@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Two sheets of a media size from the feeder; the parameters after the start fit the data."""
 
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Front ends that do what they should not: unknown names, the same scanner twice, lists at any time,
 a session that ends with an open handle. Whoever did everything right suffers from none of it.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Every option: description, get, set, limits and info flags. Argument: has-feeder (0 or 1)."""
 
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """saned and SANE's net backend between the front end and a scanner: a list, the self test, a batch
 from the feeder, an interrupted page, and a page. Argument: the name of the device."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Holds the port of the search for network scanners while a command runs."""
 
 import socket

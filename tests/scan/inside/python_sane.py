@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """python3-sane: list, look at options, set some, scan twice, start anew."""
 
 import sane

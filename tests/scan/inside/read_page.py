@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Reads one page and writes its bytes as they come.
 
 Usage: read_page.py OUTPUT DPI WIDTH-MM HEIGHT-MM

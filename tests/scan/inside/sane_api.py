@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """The SANE C interface through ctypes: every call with its status, nothing hidden."""
 
 import ctypes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """SIGINT to scanimage while the scanner says nothing more; then, from a new process, a page."""
 
 import signal

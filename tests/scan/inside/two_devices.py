@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Opens devices in turn and side by side; pages read in turns do not mix."""
 
 from sane_api import Sane

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 /* Clocks that run FAST_CLOCK times as fast (200), for time-outs of half a minute. */
 #define _GNU_SOURCE
 #include <stdlib.h>

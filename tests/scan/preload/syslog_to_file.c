@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 /* Writes what goes to syslog to the file named by SYSLOG_FILE, a line a message. */
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // One loaded backend, and a scanner that it has opened.
 #pragma once
 

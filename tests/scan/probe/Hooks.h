@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the process asks of the kernel and of the C library, seen and timed from outside of the
 // backend: this program's own ioctl, recv, clock_gettime, ... come before those of every library.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The allocators of the whole process, the library's and the C library's own calls included, go
 // through this program: they obey Allocations, and what they leave behind can be counted.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Calls that a signal handler must not make, but for the allocators and the log.
 #include "Hooks.h"
 #include "Next.h"

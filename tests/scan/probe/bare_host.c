@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 /* A front end in C, whose process gets the C++ library with the backend: MODULE PREFIX DEVICE CALL.
  * All memory is used up behind the calls that come before CALL; that one has to return. */
 #include <dlfcn.h>

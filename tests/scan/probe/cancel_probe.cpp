@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Cancels scans at every place that can be told from outside, and looks at what becomes of them.
 #include "Backend.h"
 #include "Hooks.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Scans in a process that is refused memory or descriptors, at every place: each call gives a
 // status, nothing is left behind, and the next scan is right.
 #include "Allocations.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the programs of the scan tests expect, and what they say when it is not so.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The control socket of the simulation that the program runs in.
 #pragma once
 

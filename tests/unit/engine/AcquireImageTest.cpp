@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Image data from the transport to the caller.
 #include "LogCapture.h"
 #include "Sandbox.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Cancel at any moment: while nothing runs, in a signal handler, from another thread.
 #include "HandleTest.h"
 #include "LogCapture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Compressed pages from the transport to the caller: whole ones however they are cut, and broken
 // ones with the end that they deserve.
 #include "TestEngine.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The names of the scanners that the library lists.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The list of scanners over all transports, and the choice of the transport.
 #include "Device.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The entry points: device list, parameters, start and read.
 #include "FakeUsb.h"
 #include "HandleTest.h"

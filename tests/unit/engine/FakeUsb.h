@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A stand-in for the part of libusb 0.1 that the USB transport calls.
 #pragma once
 

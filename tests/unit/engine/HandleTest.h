@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // An engine with a transport of its own behind the entry points.
 #pragma once
 

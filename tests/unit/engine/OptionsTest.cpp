@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The option set.
 #include "LogCapture.h"
 #include "SaneInterface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Keeps the tests away from the files and the network of the machine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The engine: names, store, capabilities, start of a job and its status codes.
 #include "LogCapture.h"
 #include "TestEngine.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The engine with a transport of its own, its parts open to tests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // ICommand and the encodings Cmd326, Cmd401 and Cmd402.
 #include "Cmd326.h"
 #include "Cmd401.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 #include "InterleaveHandler.h"
 #include "LogCapture.h"
 #include "TestSupport.h"

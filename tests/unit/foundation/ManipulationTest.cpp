@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The manipulations IMBGRtoRGB and IMSideFlip.
 #include "IMBGRtoRGB.h"
 #include "IMSideFlip.h"

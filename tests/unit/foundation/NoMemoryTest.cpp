@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What cannot be had again is never lost in silence.
 #include "Allocations.h"
 #include "CResponse.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // CResponse and its records CProps, CSources and CScanRes.
 #include "CProps.h"
 #include "CResponse.h"

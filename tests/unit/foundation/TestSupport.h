@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Small helpers that the unit tests share.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Calls of the C library that tests make fail.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Network scanners in the list and in the choice of the transport.
 #include "Allocations.h"
 #include "Device.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The search for scanners, seen through NetComm::getScanners.
 #include "Discovery.h"
 

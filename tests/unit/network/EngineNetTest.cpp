@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Scan jobs of the engine over a real connection.
 #include "NetComm.h"
 

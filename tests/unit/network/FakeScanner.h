@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The scanner's end of the connection, at 127.0.0.1.
 #pragma once
 

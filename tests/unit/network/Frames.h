@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Frames as the network scanner sends them.
 #pragma once
 

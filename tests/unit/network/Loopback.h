@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The network of the tests: the loopback device and nothing else.
 #pragma once
 

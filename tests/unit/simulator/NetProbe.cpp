@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Talks to simulated scanners on the network as the backend does, and prints what comes. Run as
 // "net_probe STEP..."; the steps are below.
 

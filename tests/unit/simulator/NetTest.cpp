@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Scanners on the network through genuine sockets: net_probe's steps and what they give.
 
 #include <regex>

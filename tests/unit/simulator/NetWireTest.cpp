@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What network scanners say and hear, byte by byte and without a network.
 
 #include <sys/socket.h>

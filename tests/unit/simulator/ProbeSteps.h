@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // What the probes have in common: steps from the command line, NAME or NAME=ARGUMENT.
 #pragma once
 

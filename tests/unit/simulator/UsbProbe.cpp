@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Talks to a simulated scanner as the backend does, through the genuine libusb 0.1, and prints
 // what every call gives. Run as "usb_probe STEP..."; the steps are below.
 

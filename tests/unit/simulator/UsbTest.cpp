@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The genuine libusb 0.1 on simulated scanners: usb_probe's calls and what they give.
 
 #include <unistd.h>

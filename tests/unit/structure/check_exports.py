@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Checks that a module exports the entry points and nothing else, and that no call inside
 of it could be bound to an entry point of another backend.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: LGPL-2.1-or-later
 """Checks that every unit includes only headers of its own layer or of lower ones.
 
 The layers are the rows of the table "| Layer | Units |", lowest first; the units of a row

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // The fast path against the scalar one: the same pixels, counts and statuses on every stream.
 #include "Recording.h"
 #include "Samples.h"

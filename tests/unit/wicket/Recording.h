@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Streams with what the scalar path makes of them: recorded on one kind of processor, decoded
 // again on another.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Pages, chunks and streams for the tests of the block-transform decoder.
 #pragma once
 

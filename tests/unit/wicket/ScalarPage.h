@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A second opinion on the lines of a compressed page.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // A colour-correction library for tests. Its functions write down how they were called
 // at the front of the image data, so that a test needs no second handle on the library.
 #define EXPORT __attribute__((visibility("default")))

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
 // Decodes recorded streams again, on whatever processor this is:
 //   wicket_replay RECORDING KERNEL
 // The scalar path and the fast path with the kernel of that name, which has to be there, must

@@ -1,0 +1,36 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: LGPL-2.1-or-later
+"""Every file of ours says under which licence it comes, in one of its first two lines. Those that
+cannot (recorded bytes, JSON) are named in debian/copyright."""
+
+import subprocess
+import sys
+from pathlib import Path
+
+LINE = "SPDX-License-Identifier: LGPL-2.1-or-later"
+WITHOUT = ("COPYING", "CMakePresets.json", "*.bin", "tests/fuzz/*/corpus/*",
+           "tests/fuzz/*/regressions/*")
+
+
+def says_its_licence(path):
+    with open(path, "rb") as file:
+        return any(LINE.encode() in file.readline() for _ in range(2))
+
+
+def main():
+    root = Path(sys.argv[1])
+    listed = subprocess.run(["git", "-C", root, "ls-files", "--cached", "--others",
+                             "--exclude-standard"], check=False, capture_output=True, text=True)
+    if listed.returncode != 0:
+        print("Not a git checkout, nothing to look at")
+        return 77
+    files = [name for name in listed.stdout.splitlines() if (root / name).is_file()
+             and not any(Path(name).match(pattern) for pattern in WITHOUT)]
+    silent = [name for name in files if not says_its_licence(root / name)]
+    for name in silent:
+        print(f"{name}: no line \"{LINE}\"")
+    print(f"{len(files)} files")
+    return 1 if silent or not files else 0
+
+
+sys.exit(main())
