@@ -81,4 +81,5 @@ function(add_page source name)
   configure_file(${source} ${CMAKE_CURRENT_BINARY_DIR}/man/${name} @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/${name}
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+  set_property(GLOBAL APPEND PROPERTY SCANLIB_PAGES ${name})
 endfunction()
