@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -380,7 +381,7 @@ int NetComm::receiveHeader()
 {
     int error = 0;
     const int result =
-        receivePart(frame.header + frame.received, kHeaderSize - frame.received, &error);
+        receivePart(frameBytes + frame.received, kHeaderSize - frame.received, &error);
     if (result < 0) {
         return TRANSPORT_READ_FAILED;
     }
@@ -390,12 +391,12 @@ int NetComm::receiveHeader()
                  frame.received);
         return TRANSPORT_READ_FAILED;
     }
-    if (CheckHeader(frame.header, kHeaderSize) != 0) {
+    if (CheckHeader(frameBytes, kHeaderSize) != 0) {
         SL_TRACE("[WARN] not HBN3 header; ignoring");
         frame = {};
         return 1;
     }
-    const int length = getHBNSize(frame.header, kHeaderSize);
+    const int length = getHBNSize(frameBytes, kHeaderSize);
     SL_TRACE("size of data part: %d", length);
     if (length == -1) {
         SL_TRACE("[WARN] data is not long enough to get size; ignoring");
@@ -406,20 +407,12 @@ int NetComm::receiveHeader()
 
 int NetComm::receivePayload()
 {
-    const int size = static_cast<int>(frame.size);
-    if (!frame.message) {
-        frame.message.reset(static_cast<unsigned char*>(malloc(static_cast<std::size_t>(size))));
-        if (!frame.message) {
-            return TRANSPORT_READ_FAILED;
-        }
-        memcpy(frame.message.get(), frame.header, kHeaderSize);
-    }
-    if (frame.received == size) {
+    const int needed = static_cast<int>(frame.size) - frame.received;
+    if (needed == 0) {
         return TRANSPORT_OK;
     }
-    const int needed = size - frame.received;
     int error = 0;
-    const int result = receivePart(frame.message.get() + frame.received, needed, &error);
+    const int result = receivePart(frameBytes + frame.received, needed, &error);
     SL_TRACE("status:%d; dataSize: %d; errno:%d", result, std::max(result, 0), error);
     if (result < 0) {
         return TRANSPORT_READ_FAILED;
@@ -433,26 +426,49 @@ int NetComm::receivePayload()
     return TRANSPORT_OK;
 }
 
-int NetComm::readMessage(unsigned char** msg, int* size, int room)
+// A whole frame is then in frameBytes, and stays the current one.
+int NetComm::receiveFrame(int room)
 {
-    SL_START();
-    *msg = nullptr;
-    *size = 0;
     int result = frame.received < kHeaderSize ? receiveHeader() : TRANSPORT_OK;
     if (result == TRANSPORT_OK && (frame.size < kHeaderSize || frame.size > room)) {
         SL_TRACE("[ERROR] no room for the data");
         frame = {};
         result = TRANSPORT_READ_FAILED;
     }
-    if (result == TRANSPORT_OK) {
-        result = receivePayload();
-    }
-    if (result == TRANSPORT_OK) {
-        *size = static_cast<int>(frame.size);
-        *msg = frame.message.release();
-        frame = {};
-    }
+    return result == TRANSPORT_OK ? receivePayload() : result;
+}
+
+int NetComm::takeFrame()
+{
+    const int size = static_cast<int>(frame.size);
+    frame = {};
+    return size;
+}
+
+int NetComm::readMessage(int* size, int room)
+{
+    SL_START();
+    const int result = receiveFrame(room);
+    *size = result == TRANSPORT_OK ? takeFrame() : 0;
     SL_RETURN(result);
+}
+
+int NetComm::readMessage(unsigned char** msg, int* size)
+{
+    SL_START();
+    *msg = nullptr;
+    *size = 0;
+    const int result = receiveFrame(kImageRoom);
+    if (result != TRANSPORT_OK) {
+        SL_RETURN(result);
+    }
+    *msg = static_cast<unsigned char*>(malloc(static_cast<std::size_t>(frame.size)));
+    if (*msg == nullptr) {
+        SL_RETURN(TRANSPORT_READ_FAILED);
+    }
+    *size = takeFrame();
+    memcpy(*msg, frameBytes, static_cast<std::size_t>(*size));
+    SL_RETURN(TRANSPORT_OK);
 }
 
 int NetComm::Write(unsigned char* buf, int len)
@@ -493,10 +509,8 @@ int NetComm::readInto(unsigned char* buf, int room, int* size)
         SL_RETURN(TRANSPORT_CLOSED);
     }
     SL_TRACE("before readMessage. ");
-    unsigned char* bytes = nullptr;
     int count = 0;
-    const int result = readMessage(&bytes, &count, room);
-    const std::unique_ptr<unsigned char, Free> message(bytes);
+    const int result = readMessage(&count, room);
     SL_TRACE("after readMessage. ret: %d", result);
     SL_TRACE("message size: %d", count);
     if (result != TRANSPORT_OK) {
@@ -505,14 +519,16 @@ int NetComm::readInto(unsigned char* buf, int room, int* size)
         SL_RETURN(TRANSPORT_READ_FAILED);
     }
     SL_TRACE("header received");
-    hex_dump(bytes, kHeaderSize);
+    hex_dump(frameBytes, kHeaderSize);
     if (count > kHeaderSize) {
         SL_TRACE("checking header for read data");
         SL_TRACE("ret greater than 9. ret: %d, size: %d", count, *size);
     } else {
         SL_TRACE("size is exactly 9 !!!!");
     }
-    memcpy(buf, bytes, static_cast<std::size_t>(count));
+    if (buf != frameBytes) {
+        memcpy(buf, frameBytes, static_cast<std::size_t>(count));
+    }
     if (count > kHeaderSize) {
         *size = count;
         SL_TRACE("ret greater than 9. ret: %d, size: %d", count, *size);
@@ -646,12 +662,10 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
         SL_TRACE("wait for reply for command id: %d. retries remaining: %d", cmdId, left);
         memset(pGlobalBuff, 0, static_cast<std::size_t>(size));
         SL_TRACE("before readMessage(). ");
-        unsigned char* bytes = nullptr;
-        result = readMessage(&bytes, &size, kReplyRoom);
-        const std::unique_ptr<unsigned char, Free> message(bytes);
+        result = readMessage(&size, kReplyRoom);
         SL_TRACE("after readMessage().  ret: %d", result);
         if (result == TRANSPORT_OK) {
-            reply->setHeader(bytes, size);
+            reply->setHeader(frameBytes, size);
             result = reply->getReply() == expected ? 0 : 1;
         }
         if (result == TRANSPORT_OK || (result == TRANSPORT_READ_FAILED && isWaitOver())) {
@@ -663,11 +677,12 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
 
 // ---- the image ----------------------------------------------------------------------
 
-int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* image)
+int NetComm::takeBlock(const unsigned char* block, int size, int* bytesRead, DataBuffer* buffer,
+                       ImageData* image)
 {
     const bool isScanning = ScanData && pICmd != nullptr;
     const int pending = pICmd != nullptr ? pICmd->getPendingBlockSize() : 0;
-    if (ScanRecord::isRecord(imageBlock, size, pending)) {
+    if (ScanRecord::isRecord(block, size, pending)) {
         tickleCounter = kEmptyBlocks;
         bReadBroken = false;
         // Image bytes without a block header may still wait for more that never came.
@@ -678,14 +693,14 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
         }
         *bytesRead += moved;
         const ScanRecord record;
-        return record.process(imageBlock, size, image);
+        return record.process(block, size, image);
     }
     SL_TRACE("image data acquired");
     if (!isScanning) {
         SL_TRACE("[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
         return RECORD_END_OF_DATA;
     }
-    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer);
+    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
     if (moved < 0) {
         return TRANSPORT_NO_MEMORY;
     }
@@ -696,7 +711,7 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
 int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
     int size = kImageRoom;
-    int result = readInto(imageBlock, kImageRoom, &size);
+    int result = readInto(frameBytes, kImageRoom, &size);
     if (result != TRANSPORT_OK) {
         SL_TRACE("[ERROR] unable to read image %d", result);
         return RECORD_END_OF_DATA;
@@ -704,7 +719,11 @@ int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
     if (createBuffer() != 0) {
         return TRANSPORT_NO_MEMORY;
     }
-    if (setHBNData(imageBlock, &size) != 0) {
+    const unsigned char* payload = takeInPlace(frameBytes, &size);
+    if (payload != nullptr) {
+        return takeBlock(payload, size, bytesRead, buffer, image);
+    }
+    if (setHBNData(frameBytes, &size) != 0) {
         if (--tickleCounter > 0) {
             return RECORD_NO_DATA_YET;
         }
@@ -712,11 +731,11 @@ int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
         SL_TRACE("[ERROR] unable to set/process HBN Data");
         return RECORD_END_OF_DATA;
     }
-    result = getHBNData(imageBlock, &size);
+    result = getHBNData(frameBytes, &size);
     if (size < 1) {
         return result == 3 ? RECORD_NO_DATA_YET : result;
     }
-    const int taken = takeBlock(size, bytesRead, buffer, image);
+    const int taken = takeBlock(frameBytes, size, bytesRead, buffer, image);
     return taken != TRANSPORT_OK ? taken : result;
 }
 
