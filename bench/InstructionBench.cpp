@@ -17,6 +17,7 @@ const std::map<std::string, std::function<bench::Scene()>>& scenes()
 {
     static const std::map<std::string, std::function<bench::Scene()>> all = {
         {"raw", [] { return bench::rawScene("chart", 600); }},
+        {"network", [] { return bench::networkScene("chart"); }},
         {"compressed", [] { return bench::compressedScene("chart"); }},
         {"interleaved", bench::interleavedScene},
     };
@@ -35,7 +36,7 @@ int main(int argc, char** argv)
 {
     const auto found = scenes().find(argc == 2 ? argv[1] : "");
     if (found == scenes().end()) {
-        std::fprintf(stderr, "Usage: instruction_bench raw|compressed|interleaved\n");
+        std::fprintf(stderr, "Usage: instruction_bench raw|network|compressed|interleaved\n");
         return 2;
     }
     try {

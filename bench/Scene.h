@@ -11,11 +11,16 @@
 
 namespace bench {
 
+constexpr const char* kUsbDevice = "libusb/001/002";
+// The first one that the discovery finds.
+constexpr const char* kNetDevice = "libnet";
+
 struct Scene {
     const char* backend;
     const char* model;
     std::string settings;  // of the simulated scanner
     Job job;
+    const char* device = kUsbDevice;
 };
 
 // A scene's scanner, recorded while it scans its first page and played from then on. One lives at

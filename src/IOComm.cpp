@@ -492,7 +492,7 @@ void IOComm::traceHeader(const unsigned char* block, int size) const
 
 // Image bytes are read to where they stay; a record is taken out again. Without memory the
 // device is still read, into spare, since a record may come.
-int IOComm::readBlock(unsigned char* spare, Block* block, bool isTracing)
+inline int IOComm::readBlock(unsigned char* spare, Block* block, bool isTracing)
 {
     unsigned char* room = ScanData->ExtendRawData(kImageBlockSize);
     block->bytes = room != nullptr ? room : spare;
@@ -507,8 +507,8 @@ int IOComm::readBlock(unsigned char* spare, Block* block, bool isTracing)
     return result;
 }
 
-int IOComm::takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer, ImageData* image,
-                      bool isTracing)
+inline int IOComm::takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer,
+                             ImageData* image, bool isTracing)
 {
     int response = TRANSPORT_OK;
     if (!block.isImage) {
@@ -525,19 +525,6 @@ int IOComm::takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer, Im
     return response;
 }
 
-int IOComm::readAndTakeBlock(int* bytesRead, DataBuffer* buffer, ImageData* image, bool isTracing)
-{
-    unsigned char spare[kImageBlockSize];
-    Block block;
-    const int result = readBlock(spare, &block, isTracing);
-    if (result != TRANSPORT_OK) {
-        SL_TRACE_IF(isTracing, " -> unable to read image %d", result);
-        return result;
-    }
-    SL_TRACE_IF(isTracing, " -> size is %d", block.size);
-    return takeBlock(block, bytesRead, buffer, image, isTracing);
-}
-
 int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
     const bool isTracing = debugEnabled();
@@ -548,7 +535,15 @@ int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
         SL_TRACE_IF(isTracing, " -> unable to read image %d", TRANSPORT_READ_FAILED);
         SL_RETURN_IF(isTracing, iOpen == 1 ? TRANSPORT_READ_FAILED : TRANSPORT_CLOSED);
     }
-    SL_RETURN_IF(isTracing, readAndTakeBlock(bytesRead, buffer, image, isTracing));
+    unsigned char spare[kImageBlockSize];
+    Block block;
+    const int result = readBlock(spare, &block, isTracing);
+    if (result != TRANSPORT_OK) {
+        SL_TRACE_IF(isTracing, " -> unable to read image %d", result);
+        SL_RETURN_IF(isTracing, result);
+    }
+    SL_TRACE_IF(isTracing, " -> size is %d", block.size);
+    SL_RETURN_IF(isTracing, takeBlock(block, bytesRead, buffer, image, isTracing));
 }
 
 int IOComm::getName(int descriptorIndex, char* buf, int len, const char* unknown) const

@@ -66,7 +66,6 @@ private:
     bool isWaitOver(Clock::time_point lastHeard) const;
 
     int Read(unsigned char* buf, int* len, bool isTracing);
-    int readAndTakeBlock(int* bytesRead, DataBuffer* buffer, ImageData* image, bool isTracing);
     int readBlock(unsigned char* spare, Block* block, bool isTracing);
     int takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer, ImageData* image,
                   bool isTracing);
