@@ -11,7 +11,7 @@ constexpr int kReadSize = 32768;
 
 std::string modulePath(const Scene& scene)
 {
-    return std::string(BENCH_MODULES_DIR "/libsane-") + scene.backend + ".so.1";
+    return scene.modules + "/libsane-" + scene.backend + ".so.1";
 }
 
 std::string modelPath(const Scene& scene)

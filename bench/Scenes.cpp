@@ -17,7 +17,8 @@ Scene networkScene(const std::string& paper)
             "flatbed-326",
             "block-size=16375,flatbed.paper=" + paper,
             {},
-            kNetDevice};
+            kNetDevice,
+            kModules};
 }
 
 Scene compressedScene(const std::string& paper)
