@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
 
 namespace {
 
@@ -12,43 +13,47 @@ using bench::Counts;
 using bench::Scene;
 using bench::Stage;
 
-// Of the third page, when everything has grown as large as it gets.
-Counts countPage(const Scene& scene, long* bytes)
+struct Page {
+    Counts counts;
+    long bytes;
+};
+
+// The third page, when everything has grown as large as it gets.
+Page countPage(const Scene& scene)
 {
     Stage stage(scene);
     stage.scan();
     bench::startCounting(stage.memberOfModule());
     stage.scan();
-    *bytes = stage.pageBytes();
-    return bench::stopCounting();
+    return {bench::stopCounting(), stage.pageBytes()};
 }
 
-void report(const char* name, double value)
+void report(const std::string& name, double value)
 {
-    std::printf("%s %.6g\n", name, value);
+    std::printf("%s %.6g\n", name.c_str(), value);
+    std::fflush(stdout);
 }
 
-double copiesPerByte(const Scene& scene)
+void reportCopies(const std::string& name, const Page& page)
 {
-    long bytes = 0;
-    const Counts counts = countPage(scene, &bytes);
-    return static_cast<double>(counts.bytesCopied) / static_cast<double>(bytes);
+    report(name + "-copies",
+           static_cast<double>(page.counts.bytesCopied) / static_cast<double>(page.bytes));
+    report(name + "-allocations", static_cast<double>(page.counts.allocations));
 }
 
 void measureRaw(const std::string& paper)
 {
     Scene scene = bench::rawScene(paper, 600);
-    long bytes = 0;
-    const Counts whole = countPage(scene, &bytes);
-    scene.job.height /= 2;
-    const Counts half = countPage(scene, &bytes);
-    report("raw-copies", copiesPerByte(scene));
-    report("raw-allocations", static_cast<double>(whole.allocations));
+    scene.job.height = 200;
+    const Page whole = countPage(scene);
+    scene.job.height = 100;
+    const Page half = countPage(scene);
+    reportCopies("raw", whole);
     report("raw-allocations-more-for-twice-the-lines",
-           static_cast<double>(whole.allocations - half.allocations));
-    report("raw-getpids", static_cast<double>(whole.getpids));
+           static_cast<double>(whole.counts.allocations - half.counts.allocations));
+    report("raw-getpids", static_cast<double>(whole.counts.getpids));
     report("raw-getenvs-per-MB",
-           static_cast<double>(whole.getenvs) / (static_cast<double>(bytes) * 1e-6));
+           static_cast<double>(whole.counts.getenvs) / (static_cast<double>(whole.bytes) * 1e-6));
 }
 
 }  // namespace
@@ -61,7 +66,8 @@ int main(int argc, char** argv)
     }
     try {
         measureRaw(argv[2]);
-        report("compressed-copies", copiesPerByte(bench::compressedScene(argv[1])));
+        reportCopies("network", countPage(bench::networkScene(argv[2])));
+        reportCopies("compressed", countPage(bench::compressedScene(argv[1])));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "count_bench: %s\n", error.what());
         return 1;

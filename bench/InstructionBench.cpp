@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // One scan in counted(), for valgrind's callgrind, which counts instructions there only. Argument:
-// the scene. Prints the bytes of the page.
+// the scene, and the folder of the modules unless it is the usual one. Prints the bytes of the
+// page.
 #include "Scenes.h"
 
 #include <cstdio>
@@ -17,6 +18,7 @@ const std::map<std::string, std::function<bench::Scene()>>& scenes()
 {
     static const std::map<std::string, std::function<bench::Scene()>> all = {
         {"raw", [] { return bench::rawScene("chart", 600); }},
+        {"network", [] { return bench::networkScene("chart"); }},
         {"compressed", [] { return bench::compressedScene("chart"); }},
         {"interleaved", bench::interleavedScene},
     };
@@ -33,14 +35,18 @@ extern "C" __attribute__((noinline, visibility("default"))) void counted(bench::
 
 int main(int argc, char** argv)
 {
-    const auto found = scenes().find(argc == 2 ? argv[1] : "");
+    const auto found = scenes().find(argc == 2 || argc == 3 ? argv[1] : "");
     if (found == scenes().end()) {
-        std::fprintf(stderr, "Usage: instruction_bench raw|compressed|interleaved\n");
+        std::fprintf(stderr,
+                     "Usage: instruction_bench raw|network|compressed|interleaved [MODULES]\n");
         return 2;
     }
     try {
         bench::Scene scene = found->second();
         scene.job.height = kMillimetres;
+        if (argc == 3) {
+            scene.modules = argv[2];
+        }
         bench::Stage stage(scene);
         stage.scan();
         counted(&stage);

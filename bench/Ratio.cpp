@@ -34,8 +34,14 @@ double median(std::vector<double> values)
 
 double ratioOf(const Work& a, const Work& b, int rounds)
 {
+    return ratioOf([] {}, a, b, rounds);
+}
+
+double ratioOf(const Work& prepare, const Work& a, const Work& b, int rounds)
+{
     std::vector<double> ratios;
     for (int i = 0; i <= rounds; ++i) {
+        prepare();
         const double first = cpuSeconds(a);
         const double second = cpuSeconds(b);
         if (i > 0) {

@@ -17,5 +17,7 @@ double median(std::vector<double> values);
 
 // The median of cost(a) / cost(b), after a round that does not count.
 double ratioOf(const Work& a, const Work& b, int rounds);
+// The same where a needs something done before it each time, which does not count.
+double ratioOf(const Work& prepare, const Work& a, const Work& b, int rounds);
 
 }  // namespace bench

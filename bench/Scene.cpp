@@ -8,11 +8,10 @@ namespace bench {
 namespace {
 
 constexpr int kReadSize = 32768;
-constexpr const char* kDevice = "libusb/001/002";
 
 std::string modulePath(const Scene& scene)
 {
-    return std::string(BENCH_MODULES_DIR "/libsane-") + scene.backend + ".so.1";
+    return scene.modules + "/libsane-" + scene.backend + ".so.1";
 }
 
 std::string modelPath(const Scene& scene)
@@ -28,7 +27,7 @@ Stage::Stage(const Scene& scene) : live_(modelPath(scene), scene.settings), bloc
 {
     attached = &live_;
     module_ = std::make_unique<Module>(modulePath(scene));
-    device_ = std::make_unique<Device>(*module_, kDevice);
+    device_ = std::make_unique<Device>(*module_, scene.device);
     device_->set(scene.job);
     page_ = device_->parameters();
     scan();

@@ -11,11 +11,18 @@
 
 namespace bench {
 
+constexpr const char* kModules = BENCH_MODULES_DIR;
+constexpr const char* kUsbDevice = "libusb/001/002";
+// The first one that the discovery finds.
+constexpr const char* kNetDevice = "libnet";
+
 struct Scene {
     const char* backend;
     const char* model;
     std::string settings;  // of the simulated scanner
     Job job;
+    const char* device = kUsbDevice;
+    std::string modules = kModules;  // their folder
 };
 
 // A scene's scanner, recorded while it scans its first page and played from then on. One lives at

@@ -11,6 +11,16 @@ Scene rawScene(const std::string& paper, int dpi)
             {dpi}};
 }
 
+Scene networkScene(const std::string& paper)
+{
+    return {"QuillonLegacy_1_0_0",
+            "flatbed-326",
+            "block-size=16375,flatbed.paper=" + paper,
+            {},
+            kNetDevice,
+            kModules};
+}
+
 Scene compressedScene(const std::string& paper)
 {
     return {"Oxle09", "wicket-402", "quality=90,flatbed.paper=" + paper, {}};

@@ -112,6 +112,19 @@ int HBN3::setHBNData(const unsigned char* data, const int* size)
     SL_RETURN_TO(log, 0);
 }
 
+const unsigned char* HBN3::takeInPlace(const unsigned char* data, int* size)
+{
+    const int length = *size - kHeaderSize;
+    const bool isWholeFrame = length >= kSmallestPiece && *size <= iBuffSize &&
+                              CheckHeader(data, *size) == 0 && getHBNSize(data, *size) == length;
+    if (!isWholeFrame || iPtr > 0 || CLogger::debugEnabled()) {
+        return nullptr;
+    }
+    iSize = 0;
+    *size = length;
+    return data + kHeaderSize;
+}
+
 // The second line does not tell anything: a search for the magic never gets to the last
 // byte, where a match has no room.
 void HBN3::traceMagic(const unsigned char* data, int size) const

@@ -36,6 +36,9 @@ public:
     // *size becomes the number of bytes. 0, 1: nothing there, or the next frame does not
     // start with a header, 3: fewer than two bytes, which are never handed out.
     int getHBNData(unsigned char* out, int* size);
+    // What the two together make of a whole frame while nothing is held, without a copy: its
+    // payload, inside of data. Null where it takes the two, and while they are traced.
+    const unsigned char* takeInPlace(const unsigned char* data, int* size);
     // Strips a header off the front of the buffer. 0, or 1 when there is none. A header
     // with length 0 leaves the size of the current payload as it is.
     int updateSize();

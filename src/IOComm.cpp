@@ -490,6 +490,41 @@ void IOComm::traceHeader(const unsigned char* block, int size) const
     SL_TRACE(" -> <<end of header dump>>");
 }
 
+// Image bytes are read to where they stay; a record is taken out again. Without memory the
+// device is still read, into spare, since a record may come.
+inline int IOComm::readBlock(unsigned char* spare, Block* block, bool isTracing)
+{
+    unsigned char* room = ScanData->ExtendRawData(kImageBlockSize);
+    block->bytes = room != nullptr ? room : spare;
+    block->size = kImageBlockSize;
+    const int result = Read(block->bytes, &block->size, isTracing);
+    block->isImage = result == TRANSPORT_OK &&
+                     !ScanRecord::isRecord(block->bytes, block->size, pICmd->getPendingBlockSize());
+    block->isLost = block->isImage && room == nullptr;
+    if (room != nullptr) {
+        ScanData->ShrinkRawData(block->isImage ? kImageBlockSize - block->size : kImageBlockSize);
+    }
+    return result;
+}
+
+inline int IOComm::takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer,
+                             ImageData* image, bool isTracing)
+{
+    int response = TRANSPORT_OK;
+    if (!block.isImage) {
+        response = ScanRecord().process(block.bytes, block.size, image);
+    } else if (isTracing) {
+        traceHeader(block.bytes, block.size);
+    }
+    // Behind a record: image bytes without a block header may still wait for more that never came.
+    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
+    if (moved < 0 || block.isLost) {
+        return TRANSPORT_NO_MEMORY;
+    }
+    *bytesRead += moved;
+    return response;
+}
+
 int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
     const bool isTracing = debugEnabled();
@@ -500,35 +535,15 @@ int IOComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
         SL_TRACE_IF(isTracing, " -> unable to read image %d", TRANSPORT_READ_FAILED);
         SL_RETURN_IF(isTracing, iOpen == 1 ? TRANSPORT_READ_FAILED : TRANSPORT_CLOSED);
     }
-    // Without memory the device is still read, since a record may come.
     unsigned char spare[kImageBlockSize];
-    unsigned char* room = ScanData->ExtendRawData(kImageBlockSize);
-    unsigned char* block = room != nullptr ? room : spare;
-    int size = kImageBlockSize;
-    const int result = Read(block, &size, isTracing);
-    const bool isImage =
-        result == TRANSPORT_OK && !ScanRecord::isRecord(block, size, pICmd->getPendingBlockSize());
-    if (room != nullptr) {
-        ScanData->ShrinkRawData(isImage ? kImageBlockSize - size : kImageBlockSize);
-    }
+    Block block;
+    const int result = readBlock(spare, &block, isTracing);
     if (result != TRANSPORT_OK) {
         SL_TRACE_IF(isTracing, " -> unable to read image %d", result);
         SL_RETURN_IF(isTracing, result);
     }
-    SL_TRACE_IF(isTracing, " -> size is %d", size);
-    int response = TRANSPORT_OK;
-    if (!isImage) {
-        response = ScanRecord().process(block, size, image);
-    } else if (isTracing) {
-        traceHeader(block, size);
-    }
-    // Behind a record: image bytes without a block header may still wait for more that never came.
-    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
-    if (moved < 0 || (isImage && room == nullptr)) {
-        SL_RETURN_IF(isTracing, TRANSPORT_NO_MEMORY);
-    }
-    *bytesRead += moved;
-    SL_RETURN_IF(isTracing, response);
+    SL_TRACE_IF(isTracing, " -> size is %d", block.size);
+    SL_RETURN_IF(isTracing, takeBlock(block, bytesRead, buffer, image, isTracing));
 }
 
 int IOComm::getName(int descriptorIndex, char* buf, int len, const char* unknown) const

@@ -46,6 +46,14 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    // One transfer of the image stream.
+    struct Block {
+        unsigned char* bytes;
+        int size;
+        bool isImage;
+        bool isLost;  // image bytes that there was no memory for
+    };
+
     struct usb_device* findDevice();
     void chooseInterface(const usb_config_descriptor& config);
     int claimInterface();
@@ -58,6 +66,9 @@ private:
     bool isWaitOver(Clock::time_point lastHeard) const;
 
     int Read(unsigned char* buf, int* len, bool isTracing);
+    int readBlock(unsigned char* spare, Block* block, bool isTracing);
+    int takeBlock(const Block& block, int* bytesRead, DataBuffer* buffer, ImageData* image,
+                  bool isTracing);
     void traceHeader(const unsigned char* block, int size) const;
 
     struct usb_device* usbDev = nullptr;

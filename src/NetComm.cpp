@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -370,7 +371,7 @@ int NetComm::receivePart(unsigned char* buf, int size, int* errOut)
     const int result =
         SocketWrapper::receive(iScanSock, buf, &count, true, kNoLimit, kNoLimit, errOut, pCancel);
     if (result == SOCKET_LOST) {
-        SL_TRACE("[ERROR] connection to scanner has been severed");
+        SL_TRACE_IF(bTracing, "[ERROR] connection to scanner has been severed");
         forgetSocket();
     }
     return result;
@@ -380,25 +381,25 @@ int NetComm::receiveHeader()
 {
     int error = 0;
     const int result =
-        receivePart(frame.header + frame.received, kHeaderSize - frame.received, &error);
+        receivePart(frameBytes + frame.received, kHeaderSize - frame.received, &error);
     if (result < 0) {
         return TRANSPORT_READ_FAILED;
     }
     frame.received += result;
     if (frame.received < kHeaderSize) {
-        SL_TRACE("[WARN] less bytes have been read. needed: %d, received: %d", kHeaderSize,
-                 frame.received);
+        SL_TRACE_IF(bTracing, "[WARN] less bytes have been read. needed: %d, received: %d",
+                    kHeaderSize, frame.received);
         return TRANSPORT_READ_FAILED;
     }
-    if (CheckHeader(frame.header, kHeaderSize) != 0) {
-        SL_TRACE("[WARN] not HBN3 header; ignoring");
+    if (CheckHeader(frameBytes, kHeaderSize) != 0) {
+        SL_TRACE_IF(bTracing, "[WARN] not HBN3 header; ignoring");
         frame = {};
         return 1;
     }
-    const int length = getHBNSize(frame.header, kHeaderSize);
-    SL_TRACE("size of data part: %d", length);
+    const int length = getHBNSize(frameBytes, kHeaderSize);
+    SL_TRACE_IF(bTracing, "size of data part: %d", length);
     if (length == -1) {
-        SL_TRACE("[WARN] data is not long enough to get size; ignoring");
+        SL_TRACE_IF(bTracing, "[WARN] data is not long enough to get size; ignoring");
     }
     frame.size = std::int64_t{length} + kHeaderSize;
     return TRANSPORT_OK;
@@ -406,53 +407,70 @@ int NetComm::receiveHeader()
 
 int NetComm::receivePayload()
 {
-    const int size = static_cast<int>(frame.size);
-    if (!frame.message) {
-        frame.message.reset(static_cast<unsigned char*>(malloc(static_cast<std::size_t>(size))));
-        if (!frame.message) {
-            return TRANSPORT_READ_FAILED;
-        }
-        memcpy(frame.message.get(), frame.header, kHeaderSize);
-    }
-    if (frame.received == size) {
+    const int needed = static_cast<int>(frame.size) - frame.received;
+    if (needed == 0) {
         return TRANSPORT_OK;
     }
-    const int needed = size - frame.received;
     int error = 0;
-    const int result = receivePart(frame.message.get() + frame.received, needed, &error);
-    SL_TRACE("status:%d; dataSize: %d; errno:%d", result, std::max(result, 0), error);
+    const int result = receivePart(frameBytes + frame.received, needed, &error);
+    SL_TRACE_IF(bTracing, "status:%d; dataSize: %d; errno:%d", result, std::max(result, 0), error);
     if (result < 0) {
         return TRANSPORT_READ_FAILED;
     }
     frame.received += result;
     if (result < needed) {
-        SL_TRACE("[ERROR] less bytes have been read. needed: %d, received: %d", needed, result);
-        SL_TRACE("[ERROR] timeout must have elapsed");
+        SL_TRACE_IF(bTracing, "[ERROR] less bytes have been read. needed: %d, received: %d", needed,
+                    result);
+        SL_TRACE_IF(bTracing, "[ERROR] timeout must have elapsed");
         return TRANSPORT_READ_FAILED;
     }
     return TRANSPORT_OK;
 }
 
-int NetComm::readMessage(unsigned char** msg, int* size, int room)
+// A whole frame is then in frameBytes, and stays the current one.
+int NetComm::receiveFrame(int room)
 {
-    SL_START();
-    *msg = nullptr;
-    *size = 0;
     int result = frame.received < kHeaderSize ? receiveHeader() : TRANSPORT_OK;
     if (result == TRANSPORT_OK && (frame.size < kHeaderSize || frame.size > room)) {
-        SL_TRACE("[ERROR] no room for the data");
+        SL_TRACE_IF(bTracing, "[ERROR] no room for the data");
         frame = {};
         result = TRANSPORT_READ_FAILED;
     }
-    if (result == TRANSPORT_OK) {
-        result = receivePayload();
+    return result == TRANSPORT_OK ? receivePayload() : result;
+}
+
+int NetComm::takeFrame()
+{
+    const int size = static_cast<int>(frame.size);
+    frame = {};
+    return size;
+}
+
+int NetComm::readMessage(int* size, int room)
+{
+    SL_START_IF(bTracing);
+    const int result = receiveFrame(room);
+    *size = result == TRANSPORT_OK ? takeFrame() : 0;
+    SL_RETURN_IF(bTracing, result);
+}
+
+int NetComm::readMessage(unsigned char** msg, int* size)
+{
+    bTracing = debugEnabled();
+    SL_START_IF(bTracing);
+    *msg = nullptr;
+    *size = 0;
+    const int result = receiveFrame(kImageRoom);
+    if (result != TRANSPORT_OK) {
+        SL_RETURN_IF(bTracing, result);
     }
-    if (result == TRANSPORT_OK) {
-        *size = static_cast<int>(frame.size);
-        *msg = frame.message.release();
-        frame = {};
+    *msg = static_cast<unsigned char*>(malloc(static_cast<std::size_t>(frame.size)));
+    if (*msg == nullptr) {
+        SL_RETURN_IF(bTracing, TRANSPORT_READ_FAILED);
     }
-    SL_RETURN(result);
+    *size = takeFrame();
+    memcpy(*msg, frameBytes, static_cast<std::size_t>(*size));
+    SL_RETURN_IF(bTracing, TRANSPORT_OK);
 }
 
 int NetComm::Write(unsigned char* buf, int len)
@@ -487,40 +505,43 @@ void NetComm::appendHeld(unsigned char* buf, int room, int* size)
 
 int NetComm::readInto(unsigned char* buf, int room, int* size)
 {
-    SL_START();
+    bTracing = debugEnabled();
+    SL_START_IF(bTracing);
     if (!bConnected || !bTick) {
-        SL_TRACE("device is closed, open first");
-        SL_RETURN(TRANSPORT_CLOSED);
+        SL_TRACE_IF(bTracing, "device is closed, open first");
+        SL_RETURN_IF(bTracing, TRANSPORT_CLOSED);
     }
-    SL_TRACE("before readMessage. ");
-    unsigned char* bytes = nullptr;
+    SL_TRACE_IF(bTracing, "before readMessage. ");
     int count = 0;
-    const int result = readMessage(&bytes, &count, room);
-    const std::unique_ptr<unsigned char, Free> message(bytes);
-    SL_TRACE("after readMessage. ret: %d", result);
-    SL_TRACE("message size: %d", count);
+    const int result = readMessage(&count, room);
+    SL_TRACE_IF(bTracing, "after readMessage. ret: %d", result);
+    SL_TRACE_IF(bTracing, "message size: %d", count);
     if (result != TRANSPORT_OK) {
-        SL_TRACE("[ERROR] reading data from device failed");
+        SL_TRACE_IF(bTracing, "[ERROR] reading data from device failed");
         *size = 0;
-        SL_RETURN(TRANSPORT_READ_FAILED);
+        SL_RETURN_IF(bTracing, TRANSPORT_READ_FAILED);
     }
-    SL_TRACE("header received");
-    hex_dump(bytes, kHeaderSize);
+    SL_TRACE_IF(bTracing, "header received");
+    if (bTracing) {
+        hex_dump(frameBytes, kHeaderSize);
+    }
     if (count > kHeaderSize) {
-        SL_TRACE("checking header for read data");
-        SL_TRACE("ret greater than 9. ret: %d, size: %d", count, *size);
+        SL_TRACE_IF(bTracing, "checking header for read data");
+        SL_TRACE_IF(bTracing, "ret greater than 9. ret: %d, size: %d", count, *size);
     } else {
-        SL_TRACE("size is exactly 9 !!!!");
+        SL_TRACE_IF(bTracing, "size is exactly 9 !!!!");
     }
-    memcpy(buf, bytes, static_cast<std::size_t>(count));
+    if (buf != frameBytes) {
+        memcpy(buf, frameBytes, static_cast<std::size_t>(count));
+    }
     if (count > kHeaderSize) {
         *size = count;
-        SL_TRACE("ret greater than 9. ret: %d, size: %d", count, *size);
+        SL_TRACE_IF(bTracing, "ret greater than 9. ret: %d, size: %d", count, *size);
     } else {
         appendHeld(buf, room, size);
     }
-    SL_TRACE("size: %d", *size);
-    SL_RETURN(TRANSPORT_OK);
+    SL_TRACE_IF(bTracing, "size: %d", *size);
+    SL_RETURN_IF(bTracing, TRANSPORT_OK);
 }
 
 int NetComm::Read(unsigned char* buf, int* len)
@@ -646,12 +667,11 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
         SL_TRACE("wait for reply for command id: %d. retries remaining: %d", cmdId, left);
         memset(pGlobalBuff, 0, static_cast<std::size_t>(size));
         SL_TRACE("before readMessage(). ");
-        unsigned char* bytes = nullptr;
-        result = readMessage(&bytes, &size, kReplyRoom);
-        const std::unique_ptr<unsigned char, Free> message(bytes);
+        bTracing = debugEnabled();
+        result = readMessage(&size, kReplyRoom);
         SL_TRACE("after readMessage().  ret: %d", result);
         if (result == TRANSPORT_OK) {
-            reply->setHeader(bytes, size);
+            reply->setHeader(frameBytes, size);
             result = reply->getReply() == expected ? 0 : 1;
         }
         if (result == TRANSPORT_OK || (result == TRANSPORT_READ_FAILED && isWaitOver())) {
@@ -663,11 +683,12 @@ int NetComm::writeCommandAndWaitReply(int cmdId, CResponse* reply)
 
 // ---- the image ----------------------------------------------------------------------
 
-int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* image)
+int NetComm::takeBlock(const unsigned char* block, int size, int* bytesRead, DataBuffer* buffer,
+                       ImageData* image)
 {
     const bool isScanning = ScanData && pICmd != nullptr;
     const int pending = pICmd != nullptr ? pICmd->getPendingBlockSize() : 0;
-    if (ScanRecord::isRecord(imageBlock, size, pending)) {
+    if (ScanRecord::isRecord(block, size, pending)) {
         tickleCounter = kEmptyBlocks;
         bReadBroken = false;
         // Image bytes without a block header may still wait for more that never came.
@@ -678,14 +699,14 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
         }
         *bytesRead += moved;
         const ScanRecord record;
-        return record.process(imageBlock, size, image);
+        return record.process(block, size, image);
     }
-    SL_TRACE("image data acquired");
+    SL_TRACE_IF(bTracing, "image data acquired");
     if (!isScanning) {
-        SL_TRACE("[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
+        SL_TRACE_IF(bTracing, "[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
         return RECORD_END_OF_DATA;
     }
-    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), imageBlock, size, buffer);
+    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
     if (moved < 0) {
         return TRANSPORT_NO_MEMORY;
     }
@@ -696,27 +717,31 @@ int NetComm::takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* 
 int NetComm::readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
     int size = kImageRoom;
-    int result = readInto(imageBlock, kImageRoom, &size);
+    int result = readInto(frameBytes, kImageRoom, &size);
     if (result != TRANSPORT_OK) {
-        SL_TRACE("[ERROR] unable to read image %d", result);
+        SL_TRACE_IF(bTracing, "[ERROR] unable to read image %d", result);
         return RECORD_END_OF_DATA;
     }
     if (createBuffer() != 0) {
         return TRANSPORT_NO_MEMORY;
     }
-    if (setHBNData(imageBlock, &size) != 0) {
+    const unsigned char* payload = takeInPlace(frameBytes, &size);
+    if (payload != nullptr) {
+        return takeBlock(payload, size, bytesRead, buffer, image);
+    }
+    if (setHBNData(frameBytes, &size) != 0) {
         if (--tickleCounter > 0) {
             return RECORD_NO_DATA_YET;
         }
         tickleCounter = kEmptyBlocks;
-        SL_TRACE("[ERROR] unable to set/process HBN Data");
+        SL_TRACE_IF(bTracing, "[ERROR] unable to set/process HBN Data");
         return RECORD_END_OF_DATA;
     }
-    result = getHBNData(imageBlock, &size);
+    result = getHBNData(frameBytes, &size);
     if (size < 1) {
         return result == 3 ? RECORD_NO_DATA_YET : result;
     }
-    const int taken = takeBlock(size, bytesRead, buffer, image);
+    const int taken = takeBlock(frameBytes, size, bytesRead, buffer, image);
     return taken != TRANSPORT_OK ? taken : result;
 }
 
@@ -724,5 +749,6 @@ int NetComm::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
     SL_START();
     bReadBroken = true;
-    SL_RETURN(readBlock(bytesRead, buffer, image));
+    const int result = readBlock(bytesRead, buffer, image);
+    SL_RETURN_IF(bTracing, result);
 }

@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -65,7 +64,7 @@ public:
     int writeCommandAndWaitReply(int cmdId, CResponse* reply);
     // Receives one frame. 0: *msg is freed by the caller with free; 1: not a frame; 15. A
     // frame that a cancel cuts is continued by the next call.
-    int readMessage(unsigned char** msg, int* size, int room = kImageRoom);
+    int readMessage(unsigned char** msg, int* size);
     bool isTickled();
 
 protected:
@@ -95,13 +94,8 @@ private:
         const char* invalid;
         const char* notSent;
     };
-    struct Free {
-        void operator()(void* memory) const { free(memory); }
-    };
     // The frame that is being received.
     struct Frame {
-        unsigned char header[kHeaderSize] = {};
-        std::unique_ptr<unsigned char, Free> message;
         std::int64_t size = 0;  // with the header; 0 while it is not known
         int received = 0;       // with the header
     };
@@ -117,6 +111,10 @@ private:
     int receivePart(unsigned char* buf, int size, int* errOut);
     int receiveHeader();
     int receivePayload();
+    int receiveFrame(int room);
+    int takeFrame();
+    // The frame is then in frameBytes.
+    int readMessage(int* size, int room);
     int readInto(unsigned char* buf, int room, int* size);
     void appendHeld(unsigned char* buf, int room, int* size);
 
@@ -127,7 +125,8 @@ private:
     int takeReply(unsigned char* bytes);
 
     int readBlock(int* bytesRead, DataBuffer* buffer, ImageData* image);
-    int takeBlock(int size, int* bytesRead, DataBuffer* buffer, ImageData* image);
+    int takeBlock(const unsigned char* block, int size, int* bytesRead, DataBuffer* buffer,
+                  ImageData* image);
     int nameField(int number, const char* unknown, char* buf, int len) const;
 
     const NetTimes times = standardTimes;
@@ -135,5 +134,6 @@ private:
     Frame frame;
     int iClosedSock = -1;  // shut down, but not closed yet
     bool bReadBroken = false;
-    unsigned char imageBlock[kImageRoom] = {};
+    bool bTracing = false;                      // the switch for the log, read once for each frame
+    unsigned char frameBytes[kImageRoom] = {};  // of the current frame, or the last one
 };

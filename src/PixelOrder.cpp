@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "PixelOrder.h"
 
+#include "GreyLoops.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -26,17 +28,12 @@ void mirrorColour(unsigned char* line, std::size_t count)
     }
 }
 
-void mirrorGrey(unsigned char* line, std::size_t count)
+void mergeColour(const unsigned char* a, const unsigned char* b, unsigned char* out,
+                 std::size_t pairs)
 {
-    std::reverse(line, line + count);
-}
-
-template <std::size_t kBytes>
-void merge(const unsigned char* a, const unsigned char* b, unsigned char* out, std::size_t pairs)
-{
-    for (std::size_t i = 0; i < pairs; ++i, out += 2 * kBytes) {
-        memcpy(out, a + i * kBytes, kBytes);
-        memcpy(out + kBytes, b + i * kBytes, kBytes);
+    for (std::size_t i = 0; i < pairs; ++i, out += 2 * kColour) {
+        memcpy(out, a + i * kColour, kColour);
+        memcpy(out + kColour, b + i * kColour, kColour);
     }
 }
 
@@ -44,8 +41,8 @@ void merge(const unsigned char* a, const unsigned char* b, unsigned char* out, s
 
 const PixelOrder& scalarPixelOrder()
 {
-    static const PixelOrder order = {"scalar",   swapColours,    mirrorColour,
-                                     mirrorGrey, merge<kColour>, merge<1>};
+    static const PixelOrder order = {"scalar",   swapColours, mirrorColour,
+                                     mirrorGrey, mergeColour, mergeGrey};
     return order;
 }
 

@@ -5,8 +5,9 @@
 
 #if defined(__AVX2__)
 
+#include "GreyLoops.h"
+
 #include <cstring>
-#include <utility>
 
 #include <immintrin.h>
 
@@ -47,8 +48,6 @@ Vector choose(Vector a, const Choice& fromA, Vector b, const Choice& fromB)
     return _mm256_or_si256(_mm256_shuffle_epi8(a, fromA.vector()),
                            _mm256_shuffle_epi8(b, fromB.vector()));
 }
-
-// ---- colours --------------------------------------------------------------------------------
 
 constexpr int swappedFrom(int at)
 {
@@ -186,73 +185,45 @@ void mirrorColour(unsigned char* line, size_t count)
     scalar.mirrorColour(left, count);
 }
 
-// A vector is made of so many pairs; the bytes behind them are overwritten by the next one.
-constexpr size_t kMergedPairs = 4;
+// Where in a block of either half the bytes begin that a lane of merged ones takes of it. The last
+// lane's load ends with the block.
+constexpr int kMergedFrom[] = {0, 7, 15, 23, 31, 32};
 
-constexpr Choice mergeChoice(bool isFromB)
+constexpr Choice mergeChoice(int v, bool isFromB)
 {
     Choice choice{};
     for (int i = 0; i < kVector; ++i) {
-        const int pixel = i / 3;
-        const bool isMerged = pixel < 2 * static_cast<int>(kMergedPairs);
-        const bool isChosen = isMerged && (pixel % 2 != 0) == isFromB;
-        choice.index[i] = static_cast<signed char>(isChosen ? pixel / 2 * 3 + i % 3 : -1);
+        const int at = v * kVector + i;
+        const bool isChosen = (at / 3 % 2 != 0) == isFromB;
+        const int index = at / 6 * 3 + at % 3 - kMergedFrom[at / kLane];
+        choice.index[i] = static_cast<signed char>(isChosen ? index : -1);
     }
     return choice;
 }
 
-constexpr Choice kMergeA = mergeChoice(false);
-constexpr Choice kMergeB = mergeChoice(true);
+constexpr Choice kMergeA[] = {mergeChoice(0, false), mergeChoice(1, false), mergeChoice(2, false)};
+constexpr Choice kMergeB[] = {mergeChoice(0, true), mergeChoice(1, true), mergeChoice(2, true)};
 
-Vector twice(const unsigned char* from)
+Vector loadLanes(const unsigned char* half, int v)
 {
-    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+    const auto lane = [half](int number) {
+        return reinterpret_cast<const __m128i*>(half + kMergedFrom[number]);
+    };
+    return _mm256_loadu2_m128i(lane(2 * v + 1), lane(2 * v));
 }
 
 void mergeColour(const unsigned char* a, const unsigned char* b, unsigned char* out, size_t pairs)
 {
-    // Loads and stores reach over the bytes of the pairs.
-    constexpr size_t kReached = 6;
-    for (; pairs >= kReached; pairs -= kMergedPairs) {
-        store(out, choose(twice(a), kMergeA, twice(b), kMergeB));
-        a += kMergedPairs * 3;
-        b += kMergedPairs * 3;
-        out += kMergedPairs * 6;
+    for (; pairs >= kBlockPixels / 2; pairs -= kBlockPixels / 2) {
+        for (int v = 0; v < 3; ++v) {
+            store(out + v * kVector,
+                  choose(loadLanes(a, v), kMergeA[v], loadLanes(b, v), kMergeB[v]));
+        }
+        a += kBlock / 2;
+        b += kBlock / 2;
+        out += kBlock;
     }
     scalarPixelOrder().mergeColour(a, b, out, pairs);
-}
-
-// ---- grey -----------------------------------------------------------------------------------
-
-Vector reversed(Vector v)
-{
-    const Vector inLane = _mm256_broadcastsi128_si256(
-        _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
-    return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, inLane), 0x4E);
-}
-
-void mirrorGrey(unsigned char* line, size_t count)
-{
-    unsigned char* right = line + count;
-    for (; count >= 2 * kVector; count -= 2 * kVector, line += kVector) {
-        right -= kVector;
-        const Vector toRight = reversed(load(line));
-        const Vector toLeft = reversed(load(right));
-        store(line, toLeft);
-        store(right, toRight);
-    }
-    scalarPixelOrder().mirrorGrey(line, count);
-}
-
-void mergeGrey(const unsigned char* a, const unsigned char* b, unsigned char* out, size_t pairs)
-{
-    for (; pairs >= kVector; pairs -= kVector, a += kVector, b += kVector, out += 2 * kVector) {
-        const Vector low = _mm256_unpacklo_epi8(load(a), load(b));
-        const Vector high = _mm256_unpackhi_epi8(load(a), load(b));
-        store(out, _mm256_permute2x128_si256(low, high, 0x20));
-        store(out + kVector, _mm256_permute2x128_si256(low, high, 0x31));
-    }
-    scalarPixelOrder().mergeGrey(a, b, out, pairs);
 }
 
 }  // namespace

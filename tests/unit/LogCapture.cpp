@@ -126,6 +126,16 @@ LogCapture::~LogCapture()
     records.clear();
 }
 
+LogCapture::Pause::Pause()
+{
+    unsetenv(kSwitch);
+}
+
+LogCapture::Pause::~Pause()
+{
+    setenv(kSwitch, "1", 1);
+}
+
 std::vector<std::string> LogCapture::lines() const
 {
     return collect<std::string>([](const Record& record) { return record.text; });

@@ -29,6 +29,15 @@ public:
     int count(const std::string& text) const;
     void clear();
 
+    // While one is alive, the library does not log.
+    class Pause {
+    public:
+        Pause();
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+        ~Pause();
+    };
+
     // line without the prefix of a trace line.
     static std::string withoutPrefix(const std::string& line);
 

@@ -257,6 +257,49 @@ TEST(HBN3Test, NoMemoryForTheBuffer)
     EXPECT_EQ(frames.set(bytes), 0);
 }
 
+// ---- in place -----------------------------------------------------------------------
+
+// What is taken in place, or nothing.
+Bytes inPlace(Frames& frames, const Bytes& bytes)
+{
+    int size = static_cast<int>(bytes.size());
+    const unsigned char* payload = frames.takeInPlace(bytes.data(), &size);
+    if (payload == nullptr) {
+        EXPECT_EQ(size, static_cast<int>(bytes.size()));
+        return {};
+    }
+    EXPECT_EQ(payload, bytes.data() + HBN3::kHeaderSize);
+    return {payload, payload + size};
+}
+
+TEST(HBN3Test, WholeFrameIsTakenInPlace)
+{
+    Frames frames;
+    frames.iSize = 7;
+    EXPECT_EQ(inPlace(frames, frame({1, 2})), (Bytes{1, 2}));
+    EXPECT_EQ(frames.iSize, 0);
+    EXPECT_EQ(frames.iPtr, 0);
+    EXPECT_EQ(inPlace(frames, frame(Bytes(79991, 3))), Bytes(79991, 3));
+}
+
+TEST(HBN3Test, OtherBytesAreNotTakenInPlace)
+{
+    Frames frames;
+    for (const Bytes& bytes :
+         {Bytes{}, frameHeader(0), frame({1}), frameHeader(3) + Bytes{1, 2},
+          frameHeader(2) + Bytes{1, 2, 3}, frameHeader(0xFFFFFFFF) + Bytes{1, 2},
+          Bytes{'H', 'B', 'N', '4', 0, 0, 0, 0, 2, 1, 2}, frame(Bytes(79992, 3))}) {
+        frames.iSize = 7;
+        EXPECT_EQ(inPlace(frames, bytes), Bytes());
+        EXPECT_EQ(frames.iSize, 7);
+    }
+    frames.set({5});
+    EXPECT_EQ(inPlace(frames, frame({1, 2})), Bytes()) << "behind what is held";
+    const LogCapture log;
+    Frames traced;
+    EXPECT_EQ(inPlace(traced, frame({1, 2})), Bytes()) << "the trace tells of each step";
+}
+
 TEST(HBN3Test, ForeignBytesOfLaterFramesDoNotShow)
 {
     Frames frames;
@@ -379,6 +422,7 @@ TEST_P(HBN3RandomTest, DoesAsTheModel)
     std::mt19937 random(GetParam());
     Frames frames;
     Model model;
+    int takenInPlace = 0;
     for (int i = 0; i < kOperations; i++) {
         switch (random() % 16) {
         case 0:
@@ -400,6 +444,16 @@ TEST_P(HBN3RandomTest, DoesAsTheModel)
             ASSERT_EQ(frames.set(bytes), model.set(bytes)) << i;
             break;
         }
+        case 7: {
+            const Bytes bytes = randomBytes(random);
+            const Bytes payload = inPlace(frames, bytes);
+            if (!payload.empty()) {
+                ASSERT_EQ(model.set(bytes), 0) << i;
+                ASSERT_EQ(model.get(), Got(0, payload)) << i;
+                ++takenInPlace;
+            }
+            break;
+        }
         default:
             ASSERT_EQ(frames.get(), model.get()) << i;
             break;
@@ -408,6 +462,7 @@ TEST_P(HBN3RandomTest, DoesAsTheModel)
         ASSERT_EQ(frames.iPtr, static_cast<int>(model.held.size())) << i;
     }
     EXPECT_EQ(Bytes(frames.pBuff.get(), frames.pBuff.get() + frames.iPtr), model.held);
+    EXPECT_GT(takenInPlace, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, HBN3RandomTest, testing::Values(1U, 2U, 3U, 4U, 5U));

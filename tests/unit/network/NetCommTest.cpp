@@ -674,6 +674,23 @@ TEST_F(OpenNetCommTest, ReadMessage)
     EXPECT_EQ(message, Bytes());
 }
 
+TEST_F(OpenNetCommTest, MessageWithoutMemoryWaits)
+{
+    scanner.send(frame({1, 2, 3}) + frame({4}));
+    int result = 0;
+    {
+        const LogCapture::Pause quiet;
+        const Allocations none(0);
+        result = readMessage();
+    }
+    EXPECT_EQ(result, 15);
+    EXPECT_EQ(size, 0);
+    EXPECT_EQ(readMessage(), 0);
+    EXPECT_EQ(message, frame({1, 2, 3}));
+    EXPECT_EQ(readMessage(), 0);
+    EXPECT_EQ(message, frame({4}));
+}
+
 TEST_F(OpenNetCommTest, ConnectionEndsBetweenFrames)
 {
     scanner.peer.reset();
@@ -1012,6 +1029,23 @@ protected:
         buffered.GetAllData(bytes.data(), buffered.GetAllDataSize());
         return bytes;
     }
+    // Reads until the connection ends: what each read gave.
+    std::vector<std::pair<int, Bytes>> readToTheEnd(const Bytes& stream)
+    {
+        sendRecord();
+        std::thread sender([this, &stream] {
+            sendAll(scanner.peer.get(), stream);
+            scanner.peer.reset();
+        });
+        std::vector<std::pair<int, Bytes>> reads;
+        while (comm->iScanSock >= 0 && reads.size() < 100000) {
+            const int result = readImage();
+            reads.emplace_back(result, pixels());
+            buffered.Reset();
+        }
+        sender.join();
+        return reads;
+    }
     // Leaves the counter of empty frames as a record does.
     void sendRecord()
     {
@@ -1101,6 +1135,28 @@ TEST_F(NetImageTest, LargeFrames)
     EXPECT_EQ(readImage(), 0);
     sender.join();
     EXPECT_EQ(pixels(), ramp(60000));
+}
+
+TEST_F(NetImageTest, FramesNeedNoMemoryOnceThereIsSome)
+{
+    const LogCapture::Pause quiet;
+    const Bytes one = frame(imageBlock(ramp(8000)));
+    Bytes out(8000);
+    for (int i = 0; i < 10; i++) {
+        scanner.send(one);
+        int result = -1;
+        int allocations = 0;
+        {
+            const Allocations counted;
+            result = readImage();
+            buffered.SetProcessedDataSize(bytesRead);
+            buffered.GetProcessedData(out.data(), 8000);
+            allocations = counted.count();
+        }
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(out, ramp(8000));
+        EXPECT_TRUE(allocations == 0 || i < 2) << i;
+    }
 }
 
 TEST_F(NetImageTest, LostConnectionIsNoEndOfThePage)
@@ -1196,18 +1252,15 @@ TEST_F(NetImageTest, RandomStreams)
             }
             stream = stream + one;
         }
-        std::thread sender([this, &stream] {
-            sendAll(scanner.peer.get(), stream);
-            scanner.peer.reset();
-        });
-        int reads = 0;
-        for (; comm->iScanSock >= 0 && reads < 100000; reads++) {
-            readImage();
-            buffered.Reset();
-        }
-        sender.join();
-        EXPECT_LT(reads, 100000) << seed;
+        const auto reads = readToTheEnd(stream);
+        EXPECT_LT(reads.size(), 100000U) << seed;
         EXPECT_TRUE(comm->isReadBroken());
+        ASSERT_EQ(open(), 0);
+        start();
+        {
+            const LogCapture::Pause quiet;
+            EXPECT_EQ(readToTheEnd(stream), reads) << "without a trace";
+        }
         ASSERT_EQ(open(), 0);
         start();
     }
