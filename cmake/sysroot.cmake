@@ -21,7 +21,8 @@ set(headers "-isystem ${sysroot}/usr/include -isystem ${sysroot}/usr/include/${m
 set(CMAKE_C_FLAGS_INIT "${headers}")
 set(CMAKE_CXX_FLAGS_INIT "${headers}")
 # Programs find their libraries without being told where.
-set(linking "-Wl,-rpath,/usr/${triplet}/lib:${libraries} ${loader_option}")
+string(REPLACE ":" " -L" folders ${libraries})
+set(linking "-L${folders} -Wl,-rpath,/usr/${triplet}/lib:${libraries} ${loader_option}")
 foreach(kind EXE MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "${linking}")
 endforeach()
