@@ -2,6 +2,7 @@
 #include "CLogger.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -113,7 +114,7 @@ void CLogger::hex_dump(const unsigned char* data, int size) const
     log_debug("(size: %d)", size);
 
     char line[kDumpBytesPerLine * 3 + 1];
-    int column = 0;
+    std::ptrdiff_t column = 0;
     for (int i = 0; i < size; ++i) {
         snprintf(line + column * 3, 4, "%.2x ", static_cast<unsigned>(data[i]));
         if (++column == kDumpBytesPerLine) {

@@ -24,6 +24,7 @@ public:
         fbuf[0] = '\0';
     }
     CLogger(const CLogger&) : CLogger() {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
     CLogger& operator=(const CLogger&) { return *this; }
 
     void log_debug(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));

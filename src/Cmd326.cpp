@@ -49,12 +49,11 @@ int copyCommand(unsigned char** out, const unsigned char* cmd, int length)
 
 }  // namespace
 
-Cmd326::Cmd326()
+Cmd326::Cmd326() : iCmdLen(kCommandLength)
 {
     iVer = 326;
     iStrip = 9;
     iStripMin = 1;
-    iCmdLen = kCommandLength;
 }
 
 Cmd326::~Cmd326() = default;

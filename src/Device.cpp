@@ -51,7 +51,8 @@ std::string shortName(const char* fullName, const CLogger& log)
     for (int field = 1; field < kShortNameFields - 1 && token != nullptr; ++field) {
         token = strtok_r(nullptr, ":", &rest);
         if (token != nullptr) {
-            name = name + ":" + token;
+            name += ":";
+            name += token;
         }
     }
     return name;

@@ -194,8 +194,8 @@ void NetComm::forgetSocket()
 // Without these a wait for a peer that was switched off never ends.
 void NetComm::watchForVanishedPeer() const
 {
-    const long probe = times.probe.count();
-    const long vanished = times.vanished.count();
+    const auto probe = static_cast<long>(times.probe.count());
+    const auto vanished = static_cast<long>(times.vanished.count());
     setOption(iScanSock, SOL_SOCKET, SO_KEEPALIVE, 1);
     setOption(iScanSock, IPPROTO_TCP, TCP_KEEPIDLE, probe);
     setOption(iScanSock, IPPROTO_TCP, TCP_KEEPINTVL, probe);

@@ -48,8 +48,8 @@ public:
     int getVid() override { return iVid; }
     int getPid() override { return iPid; }
     // Appends the scanners that answer to those found before and lists all. Also
-    // Discovery::Result; *list and *count are left alone where there is no scanner.
-    int getScanners(char*** list, int* count, void* conf) override;
+    // Discovery::Result; *names and *count are left alone where there is no scanner.
+    int getScanners(char*** names, int* count, void* conf) override;
     int openDevice() override;
     // Ends the connection. The descriptor is freed at the next open or with the object.
     int closeDevice() override;

@@ -34,7 +34,7 @@ void ScanRecord::processPageMarker(const unsigned char* block, int size, ImageDa
 {
     unsigned char marker[kPageMarkerSize] = {};
     memcpy(marker, block, static_cast<std::size_t>(std::min(size, kPageMarkerSize)));
-    const auto field = [&marker](int n) {
+    const auto field = [&marker](std::size_t n) {
         return RecordBytes::int32(marker + kGeometryOffset + 4 * n);
     };
     const int width = field(0);

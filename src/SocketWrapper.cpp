@@ -22,11 +22,17 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kSlice{100};
 constexpr std::chrono::seconds kDrainSilence{2};
 // Limits beyond it come to the same as none, and would not fit the clock.
-constexpr long kLongestLimit = 100L * 365 * 24 * 3600;
+constexpr std::chrono::hours kLongestLimit{100L * 365 * 24};
 
 bool isLimited(long seconds, long microseconds)
 {
     return seconds >= 0 && microseconds >= 0;
+}
+
+template <typename Duration>
+Duration atMost(Duration limit)
+{
+    return std::min<Duration>(limit, kLongestLimit);
 }
 
 // The time left for a wait, and the reasons to end it early.
@@ -36,8 +42,8 @@ public:
         : deadline_(Clock::time_point::max()), lastHeard_(Clock::now()), cancel_(cancel)
     {
         if (isLimited(seconds, microseconds)) {
-            deadline_ = lastHeard_ + std::chrono::seconds(std::min(seconds, kLongestLimit)) +
-                        std::chrono::microseconds(std::min(microseconds, kLongestLimit));
+            deadline_ = lastHeard_ + atMost(std::chrono::seconds(seconds)) +
+                        atMost(std::chrono::microseconds(microseconds));
         }
     }
 

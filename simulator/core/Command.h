@@ -44,7 +44,6 @@ Bytes commandHeader(CommandId id, std::uint32_t protocol);
 std::optional<Command> decodeCommand(const Model& model, const Bytes& written, Journal& journal);
 
 // Whether the parameters make sense for the source; each one that does not is complained about.
-bool isPossible(const ScanRequest& request, const Model& model, SourceKind source,
-                Journal& journal);
+bool isPossible(const ScanRequest& request, const Model& model, SourceKind kind, Journal& journal);
 
 }  // namespace scansim

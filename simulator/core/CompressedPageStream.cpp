@@ -10,12 +10,12 @@ namespace scansim {
 
 CompressedPageStream::CompressedPageStream(const Paper& paper, const Window& window,
                                            std::uint32_t lines, const LineLayout& lineLayout,
-                                           const CompressedLayout& layout, std::uint32_t cutBytes,
+                                           CompressedLayout layout, std::uint32_t cutBytes,
                                            NextFault nextFault, PageRecorder& recorder)
     : reader_(paper.open(window)),
       lineEncoder_(lineLayout, window.pixels, window.channels),
       chunkEncoder_(window.pixels, window.channels),
-      layout_(layout),
+      layout_(std::move(layout)),
       nextFault_(std::move(nextFault)),
       recorder_(recorder),
       lines_(lines),

@@ -30,7 +30,7 @@ public:
 
     // `paper` and `recorder` have to outlive the stream; `cutBytes` are left out at the end.
     CompressedPageStream(const Paper& paper, const Window& window, std::uint32_t lines,
-                         const LineLayout& lineLayout, const CompressedLayout& layout,
+                         const LineLayout& lineLayout, CompressedLayout layout,
                          std::uint32_t cutBytes, NextFault nextFault, PageRecorder& recorder);
 
     std::uint32_t deviceWidth() const override { return lineEncoder_.deviceWidth(); }

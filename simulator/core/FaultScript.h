@@ -100,7 +100,7 @@ public:
     }
 
     // Throws InputError for text that is not a rule, or an action that the event cannot have.
-    void add(const std::string& rule);
+    void add(const std::string& text);
 
     // Nothing goes wrong any more.
     void forget() { rules_.clear(); }

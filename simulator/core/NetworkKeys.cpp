@@ -39,7 +39,8 @@ void setIp(NetworkTraits& traits, const std::string& text)
 
 void setMac(NetworkTraits& traits, const std::string& text)
 {
-    if (text.size() != 12 || text.find_first_not_of("0123456789ABCDEFabcdef") != text.npos) {
+    if (text.size() != 12 ||
+        text.find_first_not_of("0123456789ABCDEFabcdef") != std::string::npos) {
         throw InputError("'" + text + "' is not of 12 hexadecimal digits");
     }
     traits.mac = text;

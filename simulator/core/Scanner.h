@@ -97,13 +97,13 @@ private:
 
     SourceKind sourceOf(const ScanRequest& request, bool& isKnown) const;
     bool canScan(const ScanRequest& request, SourceKind source);
-    void startPage(const ScanRequest& request, SourceKind source);
+    void startPage(const ScanRequest& request, SourceKind kind);
     std::uint32_t linesOf(const ScanRequest& request, SourceKind source) const;
-    std::unique_ptr<PageStream> openPage(const ScanRequest& request, SourceKind source,
+    std::unique_ptr<PageStream> openPage(const ScanRequest& request, SourceKind kind,
                                          std::uint32_t lines, std::uint32_t cut);
     void sendPageMarker(const ScanRequest& request);
     bool sendLateMarker();
-    Condition reply(CommandId id, Condition condition, const Bytes& data = {});  // as it was sent
+    Condition reply(CommandId id, Condition state, const Bytes& data = {});  // as it was sent
     Bytes flipData(bool isFlipped) const;
     Condition condition(CommandId id) const;
     Condition condition() const;

@@ -127,7 +127,7 @@ std::string ControlChannel::ask(const std::string& path, const std::string& line
     shutdown(fd, SHUT_WR);
     std::string answer;
     char buffer[1024];
-    for (ssize_t count; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
+    for (ssize_t count = 0; (count = recv(fd, buffer, sizeof buffer, 0)) > 0;) {
         answer.append(buffer, static_cast<std::size_t>(count));
     }
     close(fd);

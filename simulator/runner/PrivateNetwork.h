@@ -24,8 +24,8 @@ public:
     explicit PrivateNetwork(NetworkKind kind);
 
     // A scanner's address answers, or is as good as switched off.
-    void show(in_addr address);
-    void hide(in_addr address);
+    void show(in_addr scanner);
+    void hide(in_addr scanner);
 
     // Takes a process of the command to its side; false if that failed.
     bool enterCommandSide() const;

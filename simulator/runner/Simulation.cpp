@@ -3,7 +3,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
+#include <csignal>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
@@ -89,7 +89,7 @@ bool reapChildren(pid_t child, int& status)
 {
     bool isOver = false;
     int waitStatus = 0;
-    for (pid_t pid; (pid = waitpid(-1, &waitStatus, WNOHANG)) > 0;) {
+    for (pid_t pid = 0; (pid = waitpid(-1, &waitStatus, WNOHANG)) > 0;) {
         if (pid == child) {
             status = exitStatus(waitStatus);
             isOver = true;
@@ -228,8 +228,7 @@ std::string Simulation::modelPath(const std::string& name, const std::string& mo
     if (name.find('/') != std::string::npos || fs::path(name).extension() == kModelSuffix) {
         return name;
     }
-    const std::string path =
-        (fs::path(modelsFolderOr(modelsFolder)) / (name + kModelSuffix)).string();
+    std::string path = (fs::path(modelsFolderOr(modelsFolder)) / (name + kModelSuffix)).string();
     if (!fs::exists(path)) {
         throw InputError("no model '" + name + "' in " + modelsFolderOr(modelsFolder) +
                          "; see --list-models");
@@ -453,7 +452,7 @@ std::string Simulation::controlDevice(const std::string& line)
         throw InputError("'" + line + "' is no control line; see --help");
     }
     const std::size_t number = parseNumber(left[1], 1, static_cast<std::uint32_t>(devices_.size()));
-    const std::string answer = devices_[number - 1]->control(trimmed(line.substr(colon + 1)));
+    std::string answer = devices_[number - 1]->control(trimmed(line.substr(colon + 1)));
     fs_->devicesChanged();
     return answer;
 }

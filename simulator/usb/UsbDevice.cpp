@@ -34,7 +34,7 @@ UsbDevice::UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, 
       nextNumber_(std::move(nextNumber)),
       hasDriver_(model.hasKernelDriver)
 {
-    plug();
+    UsbDevice::plug();
 }
 
 void UsbDevice::plug()

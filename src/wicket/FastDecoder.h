@@ -57,7 +57,7 @@ private:
     };
     struct Bits;
 
-    static void build(const HuffCodec& codec, Tables& tables);
+    static void build(const HuffCodec& codec, Tables& made);
     static DCEntry dcEntry(const HuffCodec& codec, unsigned peeked);
     static ACEntry acSymbol(const HuffCodec& codec, unsigned peeked);
     static ACEntry acEntry(const HuffCodec& codec, unsigned peeked);
@@ -66,7 +66,7 @@ private:
     bool decodeBlock(Bits& bits, int component, std::int16_t* block, wicket::Extent* extent);
     bool decodeLong(Bits& bits, int component, const ACEntry& entry, std::int16_t* block,
                     unsigned* next);
-    bool decodeGroup(Bits& bits, int components, std::size_t count);
+    bool decodeGroup(Bits& shared, int components, std::size_t count);
 
     static constexpr std::size_t kGroup = 16;  // positions that are decoded before they are drawn
     static constexpr std::size_t kPlaneStep = kGroup * 64;

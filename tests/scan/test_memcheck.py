@@ -3,7 +3,6 @@
 leak. Needs a build without sanitizers. Short runs with the other tests; all by scripts/memcheck."""
 
 import sys
-import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 import simulation

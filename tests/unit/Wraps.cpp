@@ -7,6 +7,18 @@
 #include <cstdio>
 #include <new>
 
+// In 32 bits the names of the C++ operators say that a size is an unsigned int.
+#if __SIZEOF_POINTER__ == 4
+#define __real__Znwm __real__Znwj
+#define __real__Znam __real__Znaj
+#define __real__ZnwmRKSt9nothrow_t __real__ZnwjRKSt9nothrow_t
+#define __real__ZnamRKSt9nothrow_t __real__ZnajRKSt9nothrow_t
+#define __wrap__Znwm __wrap__Znwj
+#define __wrap__Znam __wrap__Znaj
+#define __wrap__ZnwmRKSt9nothrow_t __wrap__ZnwjRKSt9nothrow_t
+#define __wrap__ZnamRKSt9nothrow_t __wrap__ZnajRKSt9nothrow_t
+#endif
+
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);

@@ -1,8 +1,6 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
 """Bad configuration and feature files: status, and a page after each once the file is mended."""
 
-import os
-import shutil
 from pathlib import Path
 
 from sane_api import Sane

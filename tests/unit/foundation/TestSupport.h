@@ -232,7 +232,8 @@ int virtualSlot(Member member)
     std::uintptr_t words[2] = {};
     static_assert(sizeof member == sizeof words);
     std::memcpy(words, &member, sizeof words);
-    return static_cast<int>((words[0] - 1) / sizeof(void*));
+    // Arm marks virtual functions in the second word, others with a one in the first.
+    return static_cast<int>((words[0] & ~std::uintptr_t{1}) / sizeof(void*));
 }
 
 // ---- private members -------------------------------------------------------------
