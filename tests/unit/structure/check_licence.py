@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 LINE = "SPDX-License-Identifier: LGPL-2.1-or-later"
-WITHOUT = ("COPYING", "CMakePresets.json", "*.bin", "tests/fuzz/*/corpus/*",
+WITHOUT = ("COPYING", "CMakePresets.json", "debian/changelog", "debian/source/format", "*.bin", "tests/fuzz/*/corpus/*",
            "tests/fuzz/*/regressions/*")
 
 
