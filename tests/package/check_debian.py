@@ -12,6 +12,7 @@ import sys
 from pathlib import Path
 
 LINE = b"SPDX-License-Identifier: LGPL-2.1-or-later"
+THE_LICENCE = "COPYING"
 # What git keeps or ignores, and where packages are built.
 NOT_OURS = {".git", "build", "out", "debian", "__pycache__"}
 
@@ -48,7 +49,7 @@ def licence_problems(source):
     for path in files(source):
         name = str(path.relative_to(source))
         seen += 1
-        if path.is_file() and not says_its_licence(path):
+        if name != THE_LICENCE and path.is_file() and not says_its_licence(path):
             if not any(re.fullmatch(pattern, name) for pattern in patterns):
                 yield f"{name}: no licence, and not in debian/copyright"
     if not seen:
