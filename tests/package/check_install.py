@@ -175,7 +175,10 @@ def lookup_problems(layout, root, work):
 
 def problems(source, build, layout, with_simulator, work):
     root = install(source, build, layout, with_simulator, work)
-    yield from list_problems(layout, set(layout.expected(source, with_simulator)), root)
+    misplaced = list(list_problems(layout, set(layout.expected(source, with_simulator)), root))
+    if misplaced:
+        yield from misplaced
+        return
     yield from link_problems(layout, root)
     yield from reference_problems(layout, root)
     yield from hwdb_problems(layout, root)
