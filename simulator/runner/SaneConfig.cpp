@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "FeatureFile.h"
+#include "Folders.h"
 #include "Text.h"
 
 namespace scansim {
@@ -98,7 +99,7 @@ std::string SaneConfig::configuration(const std::string& backend, const std::str
         const bool isReadable = readFile(device.featureFile, original);
         const std::string text =
             withCorrectionFrom(changedFeatures(original, device.features),
-                               SCANSIM_CORRECTION_LIBRARY_DIR, SCANSIM_CORRECTION_TABLE_DIR);
+                               kFolders.correctionLibrary, kFolders.correctionTables);
         if (isReadable && text != original) {
             const std::string name =
                 "simulated/" + hexId(device.vendorId) + "-" + hexId(device.productId) + ".ini";

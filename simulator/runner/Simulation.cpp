@@ -19,6 +19,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "Folders.h"
 #include "ModelFile.h"
 #include "Sandbox.h"
 #include "Text.h"
@@ -46,7 +47,7 @@ std::string modelsFolderOr(const std::string& given)
     }
     std::error_code error;
     const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / "models";
-    return fs::is_directory(SCANSIM_MODELS_DIR, error) ? SCANSIM_MODELS_DIR : beside.string();
+    return fs::is_directory(kFolders.models, error) ? kFolders.models : beside.string();
 }
 
 std::uint64_t nowMs()
@@ -101,7 +102,7 @@ bool reapChildren(pid_t child, int& status)
 }  // namespace
 
 Simulation::Simulation(const Options& options)
-    : options_(options), saneConfig_(orElse(options.configFolder, SCANSIM_CONFIG_DIR))
+    : options_(options), saneConfig_(orElse(options.configFolder, kFolders.config))
 {
     openLog();
     const std::string recordFolder = openRecordFolder();
@@ -250,7 +251,7 @@ void Simulation::writeConfiguration(const std::map<std::string, std::string>& fi
 
 std::string Simulation::modulesFolder() const
 {
-    return orElse(options_.modulesFolder, SCANSIM_MODULES_DIR);
+    return orElse(options_.modulesFolder, kFolders.modules);
 }
 
 void Simulation::setEnvironment() const
@@ -280,7 +281,7 @@ int Simulation::run()
     if (options_.hasPrivateTmp) {
         const fs::path folder = fs::current_path();
         sandbox.makePrivateTmp({folder.string(), fs::absolute(modulesFolder()).string(),
-                                fs::absolute(SCANSIM_MODELS_DIR).string()});
+                                fs::absolute(kFolders.models).string()});
         fs::current_path(folder);
     }
     showDevices(fuse);

@@ -8,8 +8,8 @@ import sys
 from pathlib import Path
 
 LINE = "SPDX-License-Identifier: LGPL-2.1-or-later"
-WITHOUT = ("COPYING", "CMakePresets.json", "*.bin", "tests/fuzz/*/corpus/*",
-           "tests/fuzz/*/regressions/*")
+WITHOUT = ("COPYING", "CMakePresets.json", "debian/changelog", "debian/source/format", "*.bin",
+           "tests/fuzz/*/corpus/*", "tests/fuzz/*/regressions/*")
 
 
 def says_its_licence(path):
