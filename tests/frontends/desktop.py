@@ -16,6 +16,7 @@ warnings.filterwarnings("ignore", category=DeprecationWarning)
 
 SHOWN_SECONDS = 60
 POLL_SECONDS = 0.2
+ATTEMPTS = 20
 SCREEN = "1400x1000x24"
 
 
@@ -44,6 +45,16 @@ class Display:
 
     def screenshot(self, path):
         ImageGrab.grab(xdisplay=self.name).save(path)
+
+
+def steadily(look):
+    """What look() gives; it looks again where a widget goes while it does."""
+    for _ in range(ATTEMPTS):
+        try:
+            return look()
+        except GLib.Error:
+            time.sleep(POLL_SECONDS)
+    return look()
 
 
 def wait_until(found, what, seconds=SHOWN_SECONDS):
@@ -85,21 +96,20 @@ class Program:
                 yield from descendants(program)
 
     def shown(self, role):
-        return [widget for widget in self.widgets()
-                if widget.get_role_name() == role and has(widget, "SHOWING")]
+        return steadily(lambda: [widget for widget in self.widgets()
+                                 if widget.get_role_name() == role and has(widget, "SHOWING")])
 
     def look_for(self, role, name=None):
         """The widget of that role that can be used, or None. name: of the widget, any without."""
-        for widget in self.shown(role):
-            if name in (None, widget.get_name()) and has(widget, "SENSITIVE"):
-                return widget
-        return None
+        return steadily(lambda: next(
+            (widget for widget in self.shown(role)
+             if name in (None, widget.get_name()) and has(widget, "SENSITIVE")), None))
 
     def find(self, role, name=None, seconds=SHOWN_SECONDS):
         return wait_until(lambda: self.look_for(role, name), f"{role} {name!r}", seconds)
 
     def click(self, role, name=None, seconds=SHOWN_SECONDS):
-        click(self.find(role, name, seconds))
+        steadily(lambda: click(self.find(role, name, seconds)))
 
 
 def press(widget):

@@ -86,7 +86,17 @@ def text(trial):
 
 def feeder(trial):
     """three sheets from the feeder"""
-    session = Session(trial, ["--usb", "adf-402,feeder.sheets=3"])
+    scan_sheets(trial, ["--usb", "adf-402,feeder.sheets=3"])
+
+
+def narrowing_feeder(trial):
+    """sheets of a bed of 216 mm, where the second is narrower"""
+    scan_sheets(trial, ["--usb", "adf-402,feeder.sheets=3,flatbed.width=2560,feeder.width=2560",
+                        "--feature", "BOTTOMRIGHTX=216.0", "--feature", "CURRENTBRX=216.0"])
+
+
+def scan_sheets(trial, devices):
+    session = Session(trial, devices)
     session.choose("Image", "All Pages From Feeder")
     session.scan(3)
     saved = session.save("sheet.png", "sheet-*.png", 3)
@@ -120,4 +130,4 @@ def network(trial):
     trial.quit()
 
 
-STEPS = [page, text, feeder, cancel, network]
+STEPS = [page, text, feeder, narrowing_feeder, cancel, network]

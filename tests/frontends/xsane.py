@@ -112,7 +112,18 @@ def grey(trial):
 
 def feeder(trial):
     """three sheets from the feeder"""
-    session = Session(trial, ["--usb", "adf-402,feeder.sheets=3"])
+    scan_sheets(trial, ["--usb", "adf-402,feeder.sheets=3"], "75")
+
+
+def narrowing_feeder(trial):
+    """sheets of a bed of 216 mm, where the second is narrower"""
+    scan_sheets(trial, ["--usb", "adf-402,feeder.sheets=3,flatbed.width=2560,feeder.width=2560",
+                        "--feature", "BOTTOMRIGHTX=216.0", "--feature", "CURRENTBRX=216.0"], "300")
+
+
+def scan_sheets(trial, devices, resolution):
+    session = Session(trial, devices)
+    choose(session.combo(RESOLUTIONS), resolution)
     choose(session.combo(SOURCES), "Automatic Document Feeder")
     session.save_as("sheet-1.png")
     session.set_sheets(3)
@@ -169,4 +180,4 @@ def cancel(trial):
     trial.quit()
 
 
-STEPS = [cancel]
+STEPS = [options, page, grey, feeder, narrowing_feeder, preview, cancel]

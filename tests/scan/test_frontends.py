@@ -42,7 +42,7 @@ class FrontEnds(simulation.ScanTestCase):
                 (["lut-402"], "", "dev1-lut-402-001.pnm")]:
             result = self.simulate(devices, ["scanimage", "-d", name, "--resolution", "75", "-y",
                                              "30", "--format=pnm", "-o", "page.pnm"],
-                                   folder=self.subfolder(name))
+                                   folder=self.subfolder(first))
             self.assertEqual(result.status, 0, result.stderr)
             self.assertEqual([page.name for page in result.recorded()], [first])
 
@@ -112,6 +112,9 @@ class FrontEnds(simulation.ScanTestCase):
     def test_rounds_of_open_scan_and_close(self):
         self.run_front_end(["flatbed-326", "combo-326", "combo-401", "wicket-402"], "rounds",
                            "200")
+
+    def test_conformance(self):
+        self.run_front_end(["flatbed-326", "combo-401", "adf-402", "lut-402"], "conformance")
 
     def test_many_sheets(self):
         for model, slack in [("adf-402", "0"), ("combo-401", "0"), ("wicket-402", "1000000")]:
