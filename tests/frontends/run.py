@@ -41,7 +41,7 @@ def main():
             began = time.monotonic()
             wrong = attempt(step, Trial(folder, display, simulation))
             failed += bool(wrong)
-            print(f"[{number}/{len(steps)}] {name:12} {step.__doc__:52}"
+            print(f"[{number}/{len(steps)}] {name:12} {step.__doc__:63}"
                   f"{'FAILED' if wrong else 'passed'} {time.monotonic() - began:6.1f} s",
                   flush=True)
             if wrong:

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
 """simple-scan, which calls itself Document Scanner."""
 
-from desktop import choices_of, choose, click, press, send_keys, type_into, wait_until
+from desktop import choices_of, choose, press, send_keys, type_into, wait_until
 from trial import require, require_mode, require_same_pixels
 
 NAME = "simple-scan"

@@ -30,37 +30,36 @@ class Trial:
         self.simulation = simulation
         self.home = folder / "home"
         self.played = folder / "played"
+        self.process = None
         for made in (self.home, self.played):
             made.mkdir(parents=True)
 
     def start(self, program, devices, command):
-        self.log = open(self.folder / "log", "w")
         environment = dict(os.environ, HOME=str(self.home), XDG_CONFIG_HOME=str(self.home / "c"),
                            XDG_CACHE_HOME=str(self.home / "cache"), GSETTINGS_BACKEND="memory")
-        self.process = subprocess.Popen(
-            [self.simulation, "--record", str(self.played), *devices, "--", *command],
-            cwd=self.home, env=environment, stdin=subprocess.DEVNULL, stdout=self.log,
-            stderr=self.log, start_new_session=True)
+        with open(self.folder / "log", "w") as log:
+            self.process = subprocess.Popen(
+                [self.simulation, "--record", str(self.played), *devices, "--", *command],
+                cwd=self.home, env=environment, stdin=subprocess.DEVNULL, stdout=log,
+                stderr=log, start_new_session=True)
         self.program = Program(program)
         return self.program
 
     def screenshot(self, name):
         self.display.screenshot(self.folder / f"{name}.png")
 
-    def quit(self, ask=lambda: None):
+    def quit(self):
         """The program ends by itself, and the scanners have nothing to complain about."""
         point_at(self.program.shown("frame")[-1])
         send_keys("ctrl+q")
-        ask()
         status = self.process.wait(QUIT_SECONDS)
         require(status == 0, f"ended with status {status}, see {self.folder / 'log'}")
 
     def stop(self):
         """Whatever has happened."""
-        if self.process.poll() is None:
+        if self.process and self.process.poll() is None:
             os.killpg(self.process.pid, signal.SIGKILL)
             self.process.wait()
-        self.log.close()
 
     def pages_played(self):
         return sorted(self.played.glob("*.pnm"))

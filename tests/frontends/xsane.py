@@ -6,7 +6,8 @@ import time
 
 from PIL import Image
 
-from desktop import (area_of, choices_of, choose, click, descendants, set_number, type_into, wait_until)
+from desktop import (area_of, choices_of, choose, click, descendants, set_number, type_into,
+                     wait_until)
 from trial import difference, picture_in, require, require_mode, require_same_pixels
 
 NAME = "xsane"

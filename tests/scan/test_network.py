@@ -89,7 +89,7 @@ class Network(simulation.ScanTestCase):
             self.assertTrue((network.folder / page.name).read_bytes() == expected, page.name)
 
     def test_the_first_scanner_of_a_backend(self):
-        # One on the network is found by no name, too; where it does not open, the first of the list.
+        # Of the network, where one is found there and opens.
         for name, keys, device in [("network", "", 2), ("usb", ",port=closed", 1)]:
             result = self.simulate(
                 ["flatbed-326", ["--net", f"adf-402{keys}"]],

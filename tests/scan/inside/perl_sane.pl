@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
-# Perl's SANE binding, as gscan2pdf uses it: list, options, a cancelled page, a page from the glass, all
-# sheets of the feeder, whose number is the argument. Pages go to page1.pnm and so on.
+# Perl's SANE binding, as gscan2pdf uses it: list, options, a cancelled page, a page from the glass,
+# all sheets of the feeder, whose number is the argument. Pages go to page1.pnm and so on.
 use strict;
 use warnings;
 use Image::Sane ':all';
