@@ -15,10 +15,6 @@
 
 namespace {
 
-constexpr int kNetwork = 1;
-constexpr int kUsb = 2;
-constexpr int kBoth = 3;
-
 constexpr int kNameSize = 255;
 constexpr int kTableRows = 25;
 constexpr int kShortNameFields = 3;

@@ -16,7 +16,11 @@ class Device {
 public:
     virtual ~Device();
 
-    // which: 1 network, 2 USB, 3 both. conf is the SaneConfReader. 0, or 1 when there is
+    static constexpr int kNetwork = 1;
+    static constexpr int kUsb = 2;
+    static constexpr int kBoth = 3;
+
+    // which: one of these. conf is the SaneConfReader. 0, or 1 when there is
     // no scanner (*list is not written then). *list: malloc'd array of malloc'd names, both
     // freed by the caller.
     static int getScanners(char*** list, int* count, void* conf, int which);

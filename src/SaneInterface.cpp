@@ -2,6 +2,7 @@
 #include "SaneInterface.h"
 
 #include "CLogger.h"
+#include "Device.h"
 #include "NameList.h"
 #include "ScanLib.h"
 
@@ -47,6 +48,9 @@ enum OptionNumber {
 
 constexpr SANE_Int kStringSize = 4096;
 constexpr int kMaxResolutions = 1024;
+
+// Of ScanLib::GetScanners.
+constexpr int kNoScanners = 1;
 
 const SANE_String_Const mode_list[] = {"24-bit Color", "8-bit Grayscale", nullptr};
 const SANE_String_Const source_list[] = {"Flatbed", nullptr};
@@ -417,12 +421,13 @@ char* copyToken(const char* token)
     return copy;
 }
 
+using DeviceRecord = std::unique_ptr<SANE_Device, void (*)(const SANE_Device*)>;
+
 // A record for "<vendor>/<model>/<device name>". Front ends and the dll meta-backend cut
 // names at ":", so the name's inner separators become "/".
-const SANE_Device* newDevice(char* description)
+DeviceRecord newDevice(char* description)
 {
-    std::unique_ptr<SANE_Device, void (*)(const SANE_Device*)> device(new SANE_Device{},
-                                                                      freeDevice);
+    DeviceRecord device(new SANE_Device{}, freeDevice);
     char* rest = nullptr;
     device->vendor = copyToken(strtok_r(description, "/", &rest));
     device->model = copyToken(strtok_r(nullptr, "/", &rest));
@@ -430,7 +435,7 @@ const SANE_Device* newDevice(char* description)
     std::replace(name, name + strlen(name), ':', '/');
     device->name = name;
     device->type = "Scanner";
-    return device.release();
+    return device;
 }
 
 void buildDeviceList(const NameList& found)
@@ -442,8 +447,41 @@ void buildDeviceList(const NameList& found)
         throw std::bad_alloc();
     }
     for (; iNum < found.count; ++iNum) {
-        g_pDeviceListPtr[iNum] = newDevice(found.names[iNum]);
+        g_pDeviceListPtr[iNum] = newDevice(found.names[iNum]).release();
     }
+}
+
+// ---- open ------------------------------------------------------------------------
+
+int openNamed(std::string name, SANE_Handle* handle)
+{
+    std::replace(name.begin(), name.end(), '/', ':');
+    auto engine = std::make_unique<ScanLib>();
+    const int result = engine->Open(name.c_str());
+    if (result == SANE_STATUS_GOOD) {
+        InitOptions(engine.get());
+        iDpi = engine->GetIntValue("CURRENTDPI");
+        *handle = engine.release();
+    }
+    return result;
+}
+
+// For the engine an empty name is that of the first network scanner. Where that does not open,
+// the first of the list is meant, which has those on USB in front.
+int openFirst(SANE_Handle* handle)
+{
+    const int result = openNamed("", handle);
+    if (result == SANE_STATUS_GOOD) {
+        return result;
+    }
+    NameList onUsb;
+    const int listed = ScanLib::GetScanners(&onUsb.names, &onUsb.count, Device::kUsb);
+    if (listed == 0) {
+        const DeviceRecord first = newDevice(onUsb.names[0]);
+        return openNamed(first->name, handle);
+    }
+    const bool isNone = listed == kNoScanners && result == SANE_STATUS_UNSUPPORTED;
+    return isNone ? SANE_STATUS_INVAL : result;
 }
 
 // ---- frame start -------------------------------------------------------------------
@@ -707,16 +745,7 @@ SANE_Status entry::sane_ScanLib_open(SANE_String_Const name, SANE_Handle* handle
         if (handle == nullptr) {
             return SANE_STATUS_INVAL;
         }
-        std::string copy = name != nullptr ? name : "";
-        std::replace(copy.begin(), copy.end(), '/', ':');
-        auto engine = std::make_unique<ScanLib>();
-        const int result = engine->Open(name != nullptr ? copy.c_str() : nullptr);
-        if (result == SANE_STATUS_GOOD) {
-            InitOptions(engine.get());
-            iDpi = engine->GetIntValue("CURRENTDPI");
-            *handle = engine.release();
-        }
-        return result;
+        return name == nullptr || *name == '\0' ? openFirst(handle) : openNamed(name, handle);
     });
     SL_RETURN_TO(log, status);
 }

@@ -137,6 +137,11 @@ void ScanLib::GetBackendName(char* out, int size)
 
 int ScanLib::GetScanners(char*** list, int* count)
 {
+    return GetScanners(list, count, Device::kBoth);
+}
+
+int ScanLib::GetScanners(char*** list, int* count, int which)
+{
     const CLogger log;
     SL_START_TO(log);
     char path[kPathSize] = "";
@@ -150,7 +155,7 @@ int ScanLib::GetScanners(char*** list, int* count)
     if (reader->LoadConf(path[0] != '\0' ? path : kFallbackPath) == 0) {
         SL_RETURN_TO(log, kNoConfiguration);
     }
-    SL_RETURN_TO(log, Device::getScanners(list, count, reader.get()));
+    SL_RETURN_TO(log, Device::getScanners(list, count, reader.get(), which));
 }
 
 int ScanLib::Open(const char* name)

@@ -39,6 +39,8 @@ public:
 
     // The reachable scanners as "<vendor>/<model>/<device name>". *list: malloc'd array of
     // malloc'd strings, both freed by the caller. 0, 1: none, 17: no configuration file.
+    // which: as for Device.
+    static int GetScanners(char*** list, int* count, int which);
     static int GetScanners(char*** list, int* count);
 
     // Opens the scanner of that name. 0, 1: not configured, 3: busy or not usable,

@@ -34,6 +34,25 @@ class FrontEnds(simulation.ScanTestCase):
             self.assertIn("PASS", result.stderr)
             self.assertNotIn("FAIL", result.stderr)
 
+    def test_the_first_scanner_of_a_backend(self):
+        # In place of a device's name: the backend's own, or none.
+        for devices, name, first in [
+                (["adf-402", "flatbed-326"], "QuillonLegacy_1_0_0", "dev1-adf-402-001.pnm"),
+                (["flatbed-326", "lut-402"], "Oxle09", "dev2-lut-402-001.pnm"),
+                (["lut-402"], "", "dev1-lut-402-001.pnm")]:
+            result = self.simulate(devices, ["scanimage", "-d", name, "--resolution", "75", "-y",
+                                             "30", "--format=pnm", "-o", "page.pnm"],
+                                   folder=self.subfolder(first))
+            self.assertEqual(result.status, 0, result.stderr)
+            self.assertEqual([page.name for page in result.recorded()], [first])
+
+    def test_no_first_scanner(self):
+        result = self.simulate(["lut-402"], ["scanimage", "-d", "QuillonLegacy_1_0_0"])
+        self.assertIn("QuillonLegacy_1_0_0 failed: Invalid argument", result.stderr)
+
+    def test_the_first_scanner_at_any_time(self):
+        self.run_inside(["adf-402", "flatbed-326"], "first_scanner.py")
+
     def test_saned(self):
         self.check_saned([f"adf-402,{simulation.SANED_KEYS}"],
                          "QuillonLegacy_1_0_0:libusb/001/002")
@@ -93,6 +112,9 @@ class FrontEnds(simulation.ScanTestCase):
     def test_rounds_of_open_scan_and_close(self):
         self.run_front_end(["flatbed-326", "combo-326", "combo-401", "wicket-402"], "rounds",
                            "200")
+
+    def test_conformance(self):
+        self.run_front_end(["flatbed-326", "combo-401", "adf-402", "lut-402"], "conformance")
 
     def test_many_sheets(self):
         for model, slack in [("adf-402", "0"), ("combo-401", "0"), ("wicket-402", "1000000")]:

@@ -88,6 +88,16 @@ class Network(simulation.ScanTestCase):
             self.assertGreater(len(expected), 10000)
             self.assertTrue((network.folder / page.name).read_bytes() == expected, page.name)
 
+    def test_the_first_scanner_of_a_backend(self):
+        # Of the network, where one is found there and opens.
+        for name, keys, device in [("network", "", 2), ("usb", ",port=closed", 1)]:
+            result = self.simulate(
+                ["flatbed-326", ["--net", f"adf-402{keys}"]],
+                ["scanimage", "-d", "QuillonLegacy_1_0_0", "--format=pnm", "--resolution", "75",
+                 "-o", "page.pnm"], folder=self.subfolder(name))
+            self.assertEqual(result.status, 0, result.stderr)
+            self.assert_same_pages(result.pages(), result.recorded(device))
+
     def test_behind_a_link(self):
         result = self.simulate(
             [["--net", "adf-402,ip=192.168.7.9,segment-size=1460"]],

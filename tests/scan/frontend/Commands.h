@@ -15,6 +15,7 @@ void batch(const Arguments& arguments);
 void page(const Arguments& arguments);
 void orders(const Arguments& arguments);
 void soak(const Arguments& arguments);
+void conformance(const Arguments& arguments);
 
 // The argument as a number.
 long number(const Arguments& arguments, std::size_t index);

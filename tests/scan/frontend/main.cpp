@@ -11,8 +11,13 @@
 namespace {
 
 const std::map<std::string, void (*)(const frontend::Arguments&)> kCommands = {
-    {"loads", frontend::loads}, {"rounds", frontend::rounds}, {"batch", frontend::batch},
-    {"page", frontend::page},   {"orders", frontend::orders}, {"soak", frontend::soak},
+    {"loads", frontend::loads},
+    {"rounds", frontend::rounds},
+    {"batch", frontend::batch},
+    {"page", frontend::page},
+    {"orders", frontend::orders},
+    {"soak", frontend::soak},
+    {"conformance", frontend::conformance},
 };
 
 }  // namespace
