@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "EnvironmentCheck.h"
+
+#include "Text.h"
+
+#include <cstdlib>
+
+namespace check {
+
+namespace {
+
+constexpr const char* kTrace = "ENABLE_SL_LOG";
+constexpr const char* kDump = "ENABLE_SL_DUMP";
+constexpr const char* kInfo = "ENABLE_INFO_LOG";
+constexpr const char* kSwitches[] = {kTrace, kDump, kInfo};
+constexpr const char* kOthers[] = {"SANE_CONFIG_DIR", "USB_DEVFS_PATH", "LD_LIBRARY_PATH"};
+
+bool isOn(const Environment& environment, const char* name)
+{
+    const auto found = environment.find(name);
+    return found != environment.end() && found->second == "1";
+}
+
+void judgeSwitch(const std::string& name, const std::string& value, Voice& voice)
+{
+    if (value == "1") {
+        voice.note(0, "log-on",
+                   name +
+                       " is set: scan programs started from here write to the system log "
+                       "(journalctl -f).");
+    } else {
+        voice.warning(0, "log-switch-without-effect",
+                      name + " is " + quoted(value) + ", but only the value 1 switches it on.",
+                      "Set it so: export " + name + "=1, or remove it: unset " + name);
+    }
+}
+
+}  // namespace
+
+Environment readEnvironment()
+{
+    Environment found;
+    const auto add = [&found](const char* name) {
+        if (const char* value = getenv(name)) {
+            found[name] = value;
+        }
+    };
+    for (const char* name : kSwitches) {
+        add(name);
+    }
+    for (const char* name : kOthers) {
+        add(name);
+    }
+    return found;
+}
+
+void silenceOwnLog()
+{
+    for (const char* name : kSwitches) {
+        unsetenv(name);
+    }
+}
+
+void judgeEnvironment(const Environment& environment, Findings& findings)
+{
+    Voice voice(findings, "environment");
+    for (const char* name : kSwitches) {
+        const auto found = environment.find(name);
+        if (found != environment.end()) {
+            judgeSwitch(name, found->second, voice);
+        }
+    }
+    if (isOn(environment, kDump) && !isOn(environment, kTrace)) {
+        voice.warning(0, "dump-without-trace",
+                      "ENABLE_SL_DUMP has no effect without ENABLE_SL_LOG.",
+                      "Set both: export ENABLE_SL_LOG=1 ENABLE_SL_DUMP=1");
+    }
+    const auto folder = environment.find("SANE_CONFIG_DIR");
+    if (folder != environment.end()) {
+        voice.note(0, "config-dir-set",
+                   "SANE_CONFIG_DIR is " + quoted(folder->second) +
+                       ": SANE looks there for its list of backends (dll.conf), but these "
+                       "backends read their configuration in /etc/sane.d all the same.");
+    }
+    const auto usb = environment.find("USB_DEVFS_PATH");
+    if (usb != environment.end()) {
+        voice.note(0, "usb-path-set",
+                   "USB_DEVFS_PATH is " + quoted(usb->second) +
+                       ": USB devices are looked for there, not in /dev/bus/usb.");
+    }
+}
+
+}  // namespace check
