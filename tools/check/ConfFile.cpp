@@ -32,6 +32,7 @@ void judgeFeatureFile(const ConfModel& model, Voice& voice)
                         "scan program was started in.",
                     "Write the whole path of the feature file, beginning with \"/\", without "
                     "blanks and quotes.");
+        return;
     }
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) {

@@ -16,17 +16,10 @@ Severity severityOf(bool isInUse)
     return isInUse ? Severity::Warning : Severity::Note;
 }
 
-void judgeFile(const FeatureFile& file, const char* key, Severity severity, Voice& voice)
+void judgePath(const FeatureFile& file, const char* key, Voice& voice)
 {
     const std::string path = file.text(key);
-    if (path[0] == '/' && access(path.c_str(), R_OK) != 0) {
-        voice.say(severity, file.lineOf(key), "correction-file-missing",
-                  std::string(key) + ": " + quoted(path) +
-                      " is not there or cannot be read, so pages come without colour correction.",
-                  severity == Severity::Note
-                      ? ""
-                      : "Install the colour correction files, or turn it off with COLORCORRECT=0.");
-    } else if (path[0] != '/' && std::string(key) != "SCLIB") {
+    if (path[0] != '/') {
         voice.warning(file.lineOf(key), "correction-path-relative",
                       std::string(key) + ": " + quoted(path) +
                           " is not an absolute path: it is looked for in whatever folder the scan "
@@ -35,9 +28,30 @@ void judgeFile(const FeatureFile& file, const char* key, Severity severity, Voic
     }
 }
 
-void judgeTable(const FeatureFile& file, const char* key, Severity severity, Voice& voice)
+// The files that are not there, in one finding: one alone is of no use.
+void judgeFiles(const FeatureFile& file, Severity severity, Voice& voice)
 {
-    judgeFile(file, key, severity, voice);
+    std::string missing;
+    for (const char* key : {"SCLIB", "COLORLUT", "GRAYLUT"}) {
+        const std::string path = file.text(key);
+        if (path[0] == '/' && access(path.c_str(), R_OK) != 0) {
+            missing += (missing.empty() ? "" : ", ") + quoted(path);
+        }
+    }
+    if (!missing.empty()) {
+        voice.say(severity, file.lineOf("COLORCORRECT"), "correction-file-missing",
+                  "pages of this model come without colour correction, because these files are "
+                  "missing or cannot be read: " +
+                      missing + ".",
+                  severity == Severity::Note
+                      ? ""
+                      : "Install the colour correction files, or turn it off with COLORCORRECT=0.");
+    }
+}
+
+void judgeTable(const FeatureFile& file, const char* key, Voice& voice)
+{
+    judgePath(file, key, voice);
     const std::string path = file.text(key);
     const bool hasDigit = path.size() >= kDigitFromEnd &&
                           path[path.size() - kDigitFromEnd] >= '0' &&
@@ -72,13 +86,12 @@ bool isComplete(const FeatureFile& file, Voice& voice)
 
 void judgeCorrection(const FeatureFile& file, bool isInUse, Voice& voice)
 {
-    const Severity severity = severityOf(isInUse);
     if (file.integer("COLORCORRECT") == 0 || !isComplete(file, voice)) {
         return;
     }
-    judgeFile(file, "SCLIB", severity, voice);
-    judgeTable(file, "COLORLUT", severity, voice);
-    judgeTable(file, "GRAYLUT", severity, voice);
+    judgeFiles(file, severityOf(isInUse), voice);
+    judgeTable(file, "COLORLUT", voice);
+    judgeTable(file, "GRAYLUT", voice);
 }
 
 }  // namespace check

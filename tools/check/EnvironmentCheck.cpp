@@ -4,6 +4,7 @@
 #include "Text.h"
 
 #include <cstdlib>
+#include <iterator>
 
 namespace check {
 
@@ -37,19 +38,20 @@ void judgeSwitch(const std::string& name, const std::string& value, Voice& voice
 
 }  // namespace
 
+std::vector<std::string> environmentNames()
+{
+    std::vector<std::string> names(std::begin(kSwitches), std::end(kSwitches));
+    names.insert(names.end(), std::begin(kOthers), std::end(kOthers));
+    return names;
+}
+
 Environment readEnvironment()
 {
     Environment found;
-    const auto add = [&found](const char* name) {
-        if (const char* value = getenv(name)) {
+    for (const std::string& name : environmentNames()) {
+        if (const char* value = getenv(name.c_str())) {
             found[name] = value;
         }
-    };
-    for (const char* name : kSwitches) {
-        add(name);
-    }
-    for (const char* name : kOthers) {
-        add(name);
     }
     return found;
 }

@@ -6,11 +6,15 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace check {
 
 // Those that are set.
 using Environment = std::map<std::string, std::string>;
+
+// All of them.
+std::vector<std::string> environmentNames();
 
 Environment readEnvironment();
 

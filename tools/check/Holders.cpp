@@ -52,12 +52,19 @@ std::string linkOf(const std::string& path)
     return size > 0 ? std::string(target, static_cast<std::size_t>(size)) : "";
 }
 
-bool holds(const std::string& process, const std::function<bool(const std::string&)>& isTarget)
+bool holds(const std::string& process, const IsTarget& isTarget)
 {
     const std::vector<std::string> files = entriesOf(process + "/fd");
     return std::any_of(files.begin(), files.end(), [&](const std::string& file) {
-        return isTarget(linkOf(process + "/fd/" + file));
+        const std::string link = process + "/fd/" + file;
+        return isTarget(link, linkOf(link));
     });
+}
+
+bool isSameFile(const struct stat& a, const struct stat& b)
+{
+    return S_ISCHR(a.st_mode) ? S_ISCHR(b.st_mode) && a.st_rdev == b.st_rdev
+                              : a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 Holder describe(const std::string& pid, const std::string& process)
@@ -110,8 +117,7 @@ std::string userName(unsigned id)
     return entry != nullptr ? entry->pw_name : std::to_string(id);
 }
 
-std::vector<Holder> holdersOf(const std::function<bool(const std::string&)>& isTarget,
-                              const std::string& proc)
+std::vector<Holder> holdersOf(const IsTarget& isTarget, const std::string& proc)
 {
     std::vector<Holder> found;
     const std::string own = std::to_string(getpid());
@@ -122,6 +128,21 @@ std::vector<Holder> holdersOf(const std::function<bool(const std::string&)>& isT
         }
     }
     return found;
+}
+
+// The name is compared first: looking at the files of a stranger may hang.
+std::vector<Holder> fileHolders(const std::string& path, const std::string& proc)
+{
+    struct stat wanted {};
+    if (stat(path.c_str(), &wanted) != 0) {
+        return {};
+    }
+    return holdersOf(
+        [&](const std::string& link, const std::string& text) {
+            struct stat found {};
+            return text == path && stat(link.c_str(), &found) == 0 && isSameFile(wanted, found);
+        },
+        proc);
 }
 
 std::vector<UdpSocket> parseUdpTable(const std::string& text)
@@ -142,9 +163,11 @@ std::vector<Holder> udpHolders(unsigned port, const std::string& proc)
 {
     std::vector<Holder> found;
     for (const UdpSocket& socket : socketsOf(port, proc)) {
-        const std::string link = socketLink(socket);
+        const std::string socketName = socketLink(socket);
         std::vector<Holder> holders =
-            holdersOf([&link](const std::string& target) { return target == link; }, proc);
+            holdersOf([&socketName](const std::string&,
+                                    const std::string& text) { return text == socketName; },
+                      proc);
         if (holders.empty()) {
             holders.push_back({0, "", userName(socket.user)});
         }

@@ -16,10 +16,13 @@ struct Holder {
     std::string shown() const;
 };
 
-// The processes with an open file whose link in /proc reads like one of the targets. Those of
-// other users are seen by root only.
-std::vector<Holder> holdersOf(const std::function<bool(const std::string&)>& isTarget,
-                              const std::string& proc = "/proc");
+// The processes with an open file that is a target: of the path of its link in /proc, and of what
+// it reads. The files of other users are seen by root only.
+using IsTarget = std::function<bool(const std::string& link, const std::string& text)>;
+std::vector<Holder> holdersOf(const IsTarget& isTarget, const std::string& proc = "/proc");
+
+// Those of a file. The same name may mean another file in a container.
+std::vector<Holder> fileHolders(const std::string& path, const std::string& proc = "/proc");
 
 // A line of /proc/net/udp.
 struct UdpSocket {

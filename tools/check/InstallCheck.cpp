@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -16,6 +17,8 @@
 namespace check {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr const char* kConfigFolder = "/etc/sane.d";
 constexpr const char* kPlace = "SANE";
@@ -46,7 +49,9 @@ std::string saneModuleFolder()
         path = map->l_name;
     }
     dlclose(sane);
-    return path.substr(0, path.rfind('/')) + "/sane";
+    std::error_code error;
+    const fs::path real = fs::canonical(path, error);
+    return error ? "" : (real.parent_path() / "sane").string();
 }
 
 // Files that SANE reads in a folder dll.d.
@@ -132,7 +137,7 @@ void judgeLists(const SaneFolders& folders, Voice& voice)
     });
     for (const auto& [backend, listing] : listings) {
         const std::string advice =
-            "To have it back: echo " + backend + " | sudo tee -a /etc/sane.d/dll.conf";
+            "Let SANE load it: echo " + backend + " | sudo tee -a /etc/sane.d/dll.conf";
         if (listing == Listing::Disabled) {
             voice.note(0, "backend-disabled",
                        "the backend " + backend +

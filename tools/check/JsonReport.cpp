@@ -157,8 +157,9 @@ Json discoveredOf(const Session& session)
 Json environmentOf(const Environment& environment)
 {
     Json object = Json::object();
-    for (const auto& [name, value] : environment) {
-        object[name] = printable(value);
+    for (const std::string& name : environmentNames()) {
+        const auto found = environment.find(name);
+        object[name] = found != environment.end() ? Json(printable(found->second)) : Json();
     }
     return object;
 }

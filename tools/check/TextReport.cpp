@@ -79,6 +79,19 @@ std::string scopeOf(const Session& session)
            (session.port ? ", the network" : "") + ".\n";
 }
 
+std::string logOf(const Environment& environment)
+{
+    std::string on;
+    for (const char* name : {"ENABLE_SL_LOG", "ENABLE_SL_DUMP", "ENABLE_INFO_LOG"}) {
+        const auto found = environment.find(name);
+        if (found != environment.end() && found->second == "1") {
+            on += (on.empty() ? "" : ", ") + std::string(name);
+        }
+    }
+    return on.empty() ? "The log is off (ENABLE_SL_LOG=1 scanimage -L would write it).\n"
+                      : "The log is on: " + on + ".\n";
+}
+
 // What to do next, the worst first, nothing twice.
 std::vector<std::string> adviceOf(const Findings& findings)
 {
@@ -125,8 +138,8 @@ std::string textReport(const Session& session, bool isQuiet, bool hasColours)
     if (isQuiet) {
         return text;
     }
-    return text + (text.empty() ? "" : "\n") + scopeOf(session) + scannersOf(session) +
-           resultOf(session);
+    return text + (text.empty() ? "" : "\n") + scopeOf(session) + logOf(session.environment) +
+           scannersOf(session) + resultOf(session);
 }
 
 }  // namespace check

@@ -38,9 +38,11 @@ std::string modeText(unsigned mode)
     return text;
 }
 
-std::string describe(const UsbDevice& device)
+std::string describe(const UsbDevice& device, const ConfModel* model = nullptr)
 {
-    return device.ids() + (device.name().empty() ? "" : " " + quoted(device.name()));
+    const std::string name =
+        device.name().empty() && model != nullptr ? model->name : device.name();
+    return device.ids() + (name.empty() ? "" : " " + quoted(name));
 }
 
 std::string rule(const UsbDevice& device)
@@ -52,6 +54,10 @@ std::string rule(const UsbDevice& device)
 
 std::string permissionAdvice(const UsbDevice& device)
 {
+    if (geteuid() == 0) {
+        return "Not even root may write to it: look for a container or a sandbox around this "
+               "program, or for a read-only file system.";
+    }
     const bool wouldGroupHelp =
         (device.mode & 0060) == 0060 && !device.isInGroup && device.group != "root";
     if (wouldGroupHelp) {
@@ -64,19 +70,19 @@ std::string permissionAdvice(const UsbDevice& device)
            userName(geteuid()) + " scanner), log in again and plug the scanner in again.";
 }
 
-void judgePermission(const UsbDevice& device, Voice& voice)
+void judgePermission(const UsbDevice& device, const std::string& what, Voice& voice)
 {
     if (!device.isWritable) {
         voice.error(0, "usb-no-permission",
-                    describe(device) + ": you may not write to its device file " +
-                        printable(device.path) + " (owner " + printable(device.owner) + ", group " +
+                    what + ": you may not write to its device file " + printable(device.path) +
+                        " (owner " + printable(device.owner) + ", group " +
                         printable(device.group) + ", mode " + modeText(device.mode) +
                         "), so it cannot be opened.",
                     permissionAdvice(device));
     }
 }
 
-void judgeHolders(const UsbDevice& device, Voice& voice)
+void judgeHolders(const UsbDevice& device, const std::string& what, Voice& voice)
 {
     std::string who;
     for (const Holder& holder : device.holders) {
@@ -84,30 +90,30 @@ void judgeHolders(const UsbDevice& device, Voice& voice)
     }
     if (device.driver == kOtherProgram || !device.holders.empty()) {
         voice.warning(0, "usb-in-use",
-                      describe(device) + " is in use by " +
-                          (who.empty() ? "another program" : who) +
+                      what + " is in use by " + (who.empty() ? "another program" : who) +
                           "; two programs cannot scan at the same time.",
                       who.empty() ? "Find out who has it: sudo scanlib-check --no-network"
                                   : "End the other program, or wait until it has finished.");
     } else if (!device.driver.empty()) {
         voice.note(0, "usb-kernel-driver",
-                   describe(device) + " is held by the kernel driver " + quoted(device.driver) +
+                   what + " is held by the kernel driver " + quoted(device.driver) +
                        ", which the backend takes it from.");
     }
 }
 
-void judgeConfigured(const UsbDevice& device, Voice& voice)
+void judgeConfigured(const UsbDevice& device, const ConfModel& model, Voice& voice)
 {
+    const std::string what = describe(device, &model);
     if (!device.isUsable) {
         voice.error(0, "usb-no-interface",
-                    describe(device) +
+                    what +
                         " has a line in the configuration, but none of its interfaces is one of a "
                         "scanner, so it is not listed.",
                     "Compare the IDs in the configuration with lsusb: this may be another device.");
         return;
     }
-    judgePermission(device, voice);
-    judgeHolders(device, voice);
+    judgePermission(device, what, voice);
+    judgeHolders(device, what, voice);
 }
 
 void judgeUnnamed(const UsbDevice& device, const std::vector<ConfFile>& files, Voice& voice)
@@ -191,16 +197,16 @@ void judgeUsb(const std::vector<UsbDevice>& devices, const std::vector<ConfFile>
     bool isAnyNamed = false;
     for (const UsbDevice& device : devices) {
         Voice voice(findings, device.place());
-        const bool isNamed =
-            device.hasIds && findModel(files, device.vendor, device.product) != nullptr;
-        isAnyNamed = isAnyNamed || isNamed;
+        const ConfModel* model =
+            device.hasIds ? findModel(files, device.vendor, device.product) : nullptr;
+        isAnyNamed = isAnyNamed || model != nullptr;
         if (device.isHub) {
             continue;
         }
         if (access(device.path.c_str(), R_OK) != 0 && !device.isUsable) {
             judgeUnreadable(device, voice);
-        } else if (isNamed) {
-            judgeConfigured(device, voice);
+        } else if (model != nullptr) {
+            judgeConfigured(device, *model, voice);
         } else if (device.isUsable) {
             judgeUnnamed(device, files, voice);
         }

@@ -26,6 +26,7 @@ namespace fs = std::filesystem;
 
 constexpr int kHubClass = 9;
 constexpr const char* kSystemFolder = "/dev/bus/usb";
+constexpr const char* kUnnamed = "Unknown Scanner";  // of the backend
 constexpr const char* kSysFolder = "/sys/bus/usb/devices";
 
 bool isNumber(const std::string& text)
@@ -89,8 +90,7 @@ void lookAtFile(UsbDevice& device)
     if (fd >= 0) {
         close(fd);
     }
-    device.holders =
-        holdersOf([&device](const std::string& target) { return target == device.path; });
+    device.holders = fileHolders(device.path);
 }
 
 std::string driverOf(struct usb_device* device)
@@ -217,7 +217,7 @@ std::string UsbDevice::ids() const
 
 std::string UsbDevice::name() const
 {
-    return productName.empty() ? "" : vendorName + " " + productName;
+    return productName.empty() || productName == kUnnamed ? "" : vendorName + " " + productName;
 }
 
 std::vector<UsbDevice> listUsbDevices()
