@@ -124,7 +124,8 @@ void judgeUnnamed(const UsbDevice& device, const std::vector<ConfFile>& files, V
                        " is not in the configuration; nothing to do unless it is your scanner.");
         return;
     }
-    const Suggestion add = suggestLine(files, device.vendor, device.product, device.productName);
+    const Suggestion add = suggestLine(files, device.vendor, device.product,
+                                       device.name().empty() ? "" : device.productName);
     voice.warning(
         0, "usb-not-configured",
         describe(device) + " is there, but no line names it; this line would: " + add.line,
