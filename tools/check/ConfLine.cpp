@@ -123,16 +123,24 @@ void judgeRest(const std::vector<std::string>& fields, int line, Voice& voice)
     }
 }
 
+std::string oddity(const std::vector<std::string>& fields)
+{
+    for (std::size_t at = 1; at <= 2 && at < fields.size() && fields[0] == "usb"; ++at) {
+        if (!isHexNumber(fields[at])) {
+            return quoted(fields[at]) + " is no hexadecimal number";
+        }
+    }
+    return "the fields are not separated by blanks";
+}
+
 void judgeTaken(const std::vector<std::string>& fields, const ProbedModel& model, int line,
                 Voice& voice)
 {
     if (!isCleanlyCut(fields, model)) {
         voice.warning(line, "fields-run-together",
-                      "fields are not separated by blanks or oddly written; the backend reads "
-                      "vendor ID " +
-                          hexId(model.vendor) + ", product ID " + hexId(model.product) +
-                          ", feature file " + quoted(model.featureFile) + ", name " +
-                          quoted(model.name) + ".",
+                      oddity(fields) + "; the backend reads vendor ID " + hexId(model.vendor) +
+                          ", product ID " + hexId(model.product) + ", feature file " +
+                          quoted(model.featureFile) + ", name " + quoted(model.name) + ".",
                       kForm);
     }
     judgeId(fields.size() > 1 ? fields[1] : "", "vendor ID", model.vendor, line, voice);

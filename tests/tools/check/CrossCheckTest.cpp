@@ -82,10 +82,9 @@ void forEachInput(const std::string& kind, const std::vector<std::string>& more,
 
 // ---- configuration files -----------------------------------------------------------
 
-// Every two numbers that follow each other anywhere in the text.
-std::set<std::pair<int, int>> idsIn(const std::string& text)
+// Every two numbers that follow each other behind a place in the text.
+void addIds(const std::string& text, std::set<std::pair<int, int>>& ids)
 {
-    std::set<std::pair<int, int>> ids;
     int last = 0;
     for (std::size_t at = 0; at < text.size();) {
         char* end = nullptr;
@@ -98,6 +97,17 @@ std::set<std::pair<int, int>> idsIn(const std::string& text)
         ids.insert({last, number});
         last = number;
         at += size;
+    }
+}
+
+// Those of the whole text, and those behind each "usb", whose end looks like a number, too.
+std::set<std::pair<int, int>> idsIn(const std::string& text)
+{
+    std::set<std::pair<int, int>> ids;
+    addIds(text, ids);
+    for (std::size_t at = text.find("usb"); at != std::string::npos; at = text.find("usb", at)) {
+        at += 3;
+        addIds(text.substr(at, text.find('\n', at) - at), ids);
     }
     return ids;
 }
