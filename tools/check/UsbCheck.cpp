@@ -77,7 +77,7 @@ void judgePermission(const UsbDevice& device, const std::string& what, Voice& vo
                     what + ": you may not write to its device file " + printable(device.path) +
                         " (owner " + printable(device.owner) + ", group " +
                         printable(device.group) + ", mode " + modeText(device.mode) +
-                        "), so it cannot be opened.",
+                        "), so nothing can be scanned with it.",
                     permissionAdvice(device));
     }
 }

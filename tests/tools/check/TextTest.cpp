@@ -62,6 +62,15 @@ TEST(CheckKeys, SimilarKeysAreFound)
     EXPECT_EQ(similarKey("X"), "");
 }
 
+TEST(CheckKeys, TheManualListsThemAll)
+{
+    std::ifstream file(MAN_PAGE);
+    const std::string page{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    for (const Key& key : knownKeys()) {
+        EXPECT_THAT(page, testing::ContainsRegex("[^A-Z_]" + key.name + "[^A-Z_]"));
+    }
+}
+
 TEST(CheckKeys, ResolutionsAreNumberedFromOneWithoutZerosInFront)
 {
     EXPECT_EQ(resolutionNumber("RESOLUTIONS_1"), 1);
