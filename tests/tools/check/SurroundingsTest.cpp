@@ -103,6 +103,15 @@ TEST(CheckEnvironment, Switches)
                                                "note 0 log-on", "warning 0 dump-without-trace"));
 }
 
+TEST(CheckEnvironment, TheToolItselfWritesNoLog)
+{
+    const EnvironmentGuard log("ENABLE_SL_LOG", "1");
+    const Environment environment = readEnvironment();
+    EXPECT_EQ(environment.at("ENABLE_SL_LOG"), "1");
+    silenceOwnLog();
+    EXPECT_FALSE(CLogger::debugEnabled());
+}
+
 TEST(CheckEnvironment, Folders)
 {
     Findings findings;
