@@ -163,13 +163,20 @@ TEST(CheckHolders, AFileOfTheSameNameIsNotTheSame)
 {
     const Folder folder;
     const std::string mine = folder.write("mine", "x");
-    const std::string other = folder.write("other", "x");
     std::filesystem::create_directories(folder / "12/fd");
-    // What a process of a container shows: the name is ours, the file is not.
     std::filesystem::create_symlink(mine, folder / "12/fd/4");
     EXPECT_EQ(fileHolders(mine, folder / "").size(), 1U);
-    EXPECT_TRUE(fileHolders(other, folder / "").empty());
+    EXPECT_TRUE(fileHolders(folder.write("other", "x"), folder / "").empty());
     EXPECT_TRUE(fileHolders(folder / "none", folder / "").empty());
+
+    // As a process in a container shows it: the same name means another file there.
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder / "");
+    folder.write("12/fd/mine", "x");
+    std::filesystem::remove(folder / "12/fd/4");
+    std::filesystem::create_symlink("mine", folder / "12/fd/4");
+    EXPECT_TRUE(fileHolders("mine", folder / "").empty());
+    std::filesystem::current_path(before);
 }
 
 // ---- the port ------------------------------------------------------------------------
