@@ -6,12 +6,12 @@
 #include "SaneConfReader.h"
 
 #include <cstdio>
-#include <vector>
 
 namespace check {
 
 namespace {
 
+constexpr std::size_t kLineSize = 4096;
 // Longer numbers than this say nothing more.
 constexpr std::size_t kLongestNumber = 2000;
 
@@ -27,10 +27,10 @@ void load(FlatFileReader& reader, const std::string& section, const std::string&
 ProbedModel probeModel(const std::string& line)
 {
     ProbedModel model;
-    std::vector<char> path(line.size() + 1);
-    std::vector<char> name(line.size() + 1);
-    const int fields = sscanf(line.c_str(), "usb %x %x %4095s %4095s", &model.vendor,
-                              &model.product, path.data(), name.data());
+    char path[kLineSize];
+    char name[kLineSize];
+    const int fields =
+        sscanf(line.c_str(), "usb %x %x %4095s %4095s", &model.vendor, &model.product, path, name);
     if (fields < 2) {
         return model;
     }
@@ -42,7 +42,7 @@ ProbedModel probeModel(const std::string& line)
     if (featureFile != nullptr) {
         model.isTaken = true;
         model.featureFile = featureFile;
-        model.name = name.data();
+        model.name = name;
     }
     return model;
 }
