@@ -92,8 +92,8 @@ void Dialogue::printTransfer(const Transfer& transfer)
         printHead(transfer.time, "", transfer.text);
     } else if (transfer.kind == Transfer::Kind::Oddity) {
         endImage();
-        printHead(transfer.time, "", "");
-        oddity(transfer.text);
+        ++oddities_;
+        printHead(transfer.time, "", "ODD: " + transfer.text);
     } else if (transfer.from == Party::Host) {
         command(transfer);
     } else {

@@ -188,8 +188,7 @@ private:
     {
         if (startsWith(message, "[ERROR]") || startsWith(message, "[WARN]") ||
             startsWith(message, " -> read error") || startsWith(message, " -> write error")) {
-            result_.transfers.push_back(
-                Transfer::oddity(time_, "the host says: " + printable(message)));
+            remark("the host says: " + printable(message));
         }
         if (function == "sendCommand") {
             addByte(message, command_);
