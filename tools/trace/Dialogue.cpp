@@ -71,13 +71,21 @@ Dialogue::Dialogue(const Conversation& conversation, DialogueOptions options, st
     }
 }
 
+void Dialogue::printHeading()
+{
+    out_ << conversation_.name;
+    if (conversation_.hasCommands()) {
+        const Version* version = versionOf(conversation_);
+        out_ << (version != nullptr ? ", protocol " + std::to_string(version->number)
+                                    : std::string(", protocol unknown, read as 326"))
+             << (conversation_.hasTimes ? "" : ", without times");
+    }
+    out_ << '\n';
+}
+
 void Dialogue::print()
 {
-    const Version* version = versionOf(conversation_);
-    out_ << conversation_.name << ", "
-         << (version != nullptr ? "protocol " + std::to_string(version->number)
-                                : std::string("protocol unknown, read as 326"))
-         << (conversation_.hasTimes ? "" : ", without times") << '\n';
+    printHeading();
     for (const Transfer& transfer : conversation_.transfers) {
         printTransfer(transfer);
     }

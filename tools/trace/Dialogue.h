@@ -36,6 +36,7 @@ private:
         std::size_t strayBefore = 0;
     };
 
+    void printHeading();
     void printTransfer(const Transfer& transfer);
     void command(const Transfer& transfer);
     void answer(const Transfer& transfer);

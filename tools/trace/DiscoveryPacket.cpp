@@ -97,8 +97,9 @@ DiscoveryPacket decodeDiscovery(ByteView packet)
     std::string names;
     for (std::size_t i = std::min(packet.big(4, 2), std::uint64_t{kMostRecords});
          i > 0 && !walk.isAtEnd(); --i) {
-        names += " " + walk.name() + " type " + std::to_string(walk.number(2));
-        walk.number(2);
+        names += " " + walk.name();
+        names += " type " + std::to_string(walk.number(2));
+        walk.number(2);  // class
     }
     result.isOurs = names.find(kLabel) != std::string::npos;
     for (std::size_t i = std::min(packet.big(6, 2), std::uint64_t{kMostRecords});

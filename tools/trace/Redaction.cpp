@@ -36,7 +36,7 @@ void dropTexts(Conversation& conversation)
 {
     for (Transfer& transfer : conversation.transfers) {
         if (transfer.kind != Transfer::Kind::Data) {
-            transfer.text = "(a remark)";
+            transfer.text = "(left out)";
         }
     }
 }

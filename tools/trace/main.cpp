@@ -41,14 +41,29 @@ std::size_t print(const std::vector<Conversation>& conversations, const Options&
     return oddities;
 }
 
+void warnOfMadeUp(const Conversation& conversation)
+{
+    std::size_t madeUp = 0;
+    for (const trace::Transfer& transfer : conversation.transfers) {
+        madeUp += transfer.bytes.size() - transfer.known;
+    }
+    if (madeUp > 0) {
+        std::cerr << "scanlib-trace: " << madeUp
+                  << " bytes were not recorded; white ones take their place\n";
+    }
+}
+
 void save(const std::vector<Conversation>& conversations, const std::string& path)
 {
     const auto hasCommands = [](const Conversation& each) { return each.hasCommands(); };
     if (std::count_if(conversations.begin(), conversations.end(), hasCommands) != 1) {
         throw UsageError("choose one conversation with commands by --only");
     }
+    const Conversation& conversation =
+        *std::find_if(conversations.begin(), conversations.end(), hasCommands);
     std::ofstream file(path, std::ios::binary);
-    writeCapture(*std::find_if(conversations.begin(), conversations.end(), hasCommands), file);
+    writeCapture(conversation, file);
+    warnOfMadeUp(conversation);
     if (!file.flush()) {
         throw std::runtime_error("cannot write " + path);
     }
