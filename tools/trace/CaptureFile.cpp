@@ -229,6 +229,12 @@ bool Conversation::hasCommands() const
     });
 }
 
+void Conversation::addOddity(std::string text)
+{
+    const std::uint64_t time = transfers.empty() ? 0 : transfers.back().time;
+    transfers.push_back(Transfer::oddity(time, std::move(text)));
+}
+
 void writeCapture(const Conversation& conversation, std::ostream& out)
 {
     out << kCaptureHeading << '\n'

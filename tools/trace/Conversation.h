@@ -36,6 +36,8 @@ struct Conversation {
     std::vector<Transfer> transfers;
 
     bool hasCommands() const;
+    // Behind all others.
+    void addOddity(std::string text);
 };
 
 // What the bytes that nobody has recorded are taken for: white.

@@ -197,8 +197,7 @@ std::vector<Conversation> readNetwork(PacketFile& file)
     std::vector<Conversation> result = network.finish();
     if (!error.empty()) {
         for (Conversation& conversation : result) {
-            conversation.transfers.push_back(Transfer::oddity(
-                conversation.transfers.back().time, "the recording breaks off: " + error));
+            conversation.addOddity("the recording breaks off: " + error);
         }
     }
     return result;

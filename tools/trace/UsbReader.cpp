@@ -171,13 +171,12 @@ std::vector<Conversation> readUsb(PacketFile& file)
         if (!device.hasBulk()) {
             continue;
         }
-        if (!error.empty()) {
-            device.transfers().push_back(Transfer::oddity(device.transfers().back().time,
-                                                          "the recording breaks off: " + error));
-        }
         result.push_back({"USB device " + std::to_string(place.second) + " on bus " +
                               std::to_string(place.first),
                           Transport::Usb, true, std::move(device.transfers())});
+        if (!error.empty()) {
+            result.back().addOddity("the recording breaks off: " + error);
+        }
     }
     return result;
 }

@@ -200,7 +200,7 @@ Bytes usbEvent(char type, std::uint8_t transferType, std::uint8_t endpoint, int 
     const std::string head =
         littleEndian(0xABCD, 8) + type + static_cast<char>(transferType) +
         static_cast<char>(endpoint) + '\7' + littleEndian(3, 2) + (transferType == 2 ? '\0' : '-') +
-        '\0' + littleEndian(0, 12) + littleEndian(static_cast<std::uint32_t>(status), 4) +
+        '\0' + std::string(12, '\0') + littleEndian(static_cast<std::uint32_t>(status), 4) +
         littleEndian(data.size(), 4) + littleEndian(data.size(), 4) +
         std::string("\x80\6\0\3\0\0\xFF\0", 8) + std::string(isMapped ? 16 : 0, '\0');
     return joined({Bytes(head.begin(), head.end()), data});
