@@ -2,7 +2,7 @@
 // The commands: how they are told apart, and how they are framed.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <optional>
 

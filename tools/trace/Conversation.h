@@ -2,7 +2,7 @@
 // What a host and a scanner have said to each other, whatever it was recorded by.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <string>
 #include <vector>

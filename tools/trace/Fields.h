@@ -2,7 +2,7 @@
 // What the fields of commands, replies and records are called, and their values in words.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <string>
 #include <vector>

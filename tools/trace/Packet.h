@@ -2,7 +2,7 @@
 // TCP segments and UDP datagrams in packets of several kinds of links.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <optional>
 #include <string>

@@ -2,7 +2,7 @@
 // The packets of a pcap or pcapng file.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <functional>
 #include <string>

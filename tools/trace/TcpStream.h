@@ -2,7 +2,7 @@
 // One direction of a TCP connection: segments in any order become bytes in theirs.
 #pragma once
 
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <map>
 #include <optional>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include "Bytes.h"
+#include "ByteView.h"
 
 #include <algorithm>
 #include <cstdio>
