@@ -141,6 +141,9 @@ struct Model {
 
     std::vector<std::string> faults;
 
+    // A capture that is played instead; empty: none.
+    std::string replay;
+
     bool has(SourceKind kind) const;
     const Source& source(SourceKind kind) const;
 };

@@ -281,6 +281,10 @@ std::map<std::string, Setter> makeSetters()
         {"block-delay-ms", number(&Model::blockDelayMs, 0, 3600000)},
         {"blocks-after-cancel", number(&Model::blocksAfterCancel, 0, 1000000)},
         {"fault", addFault},
+        {"replay",
+         [](Model& model, const ModelSetting& setting) {
+             model.replay = resolved(setting.value, setting.baseFolder);
+         }},
     };
     addSourceKeys(keys, "flatbed.", &Model::flatbed);
     addSourceKeys(keys, "feeder.", &Model::feeder);

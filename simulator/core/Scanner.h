@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "Actor.h"
 #include "Command.h"
 #include "FaultScript.h"
 #include "Journal.h"
@@ -15,61 +16,25 @@
 
 namespace scansim {
 
-// What became of a host's transfer.
-enum class TransferResult {
-    Done,
-    Nothing,  // the device has nothing to say (now, or ever)
-    Stall,
-    Unplug,
-    Replug,
-    Reset,
-    HalfClose,
-    Short  // only a part of what the host sent was taken
-};
-
-// One transfer of the scanner, for carriers that cut and wrap what it says in their own way.
-struct Piece {
-    Bytes bytes;
-    bool isImage = false;        // block headers and image data; else a reply or a record
-    bool joinsOthers = false;    // image data that nothing sets apart from its neighbours
-    std::optional<Fault> fault;  // one that the carrier has to carry out
-};
-
 // The protocol side of one scanner: commands in, replies and image data out. It does no I/O of
 // its own and keeps no time but the one it is told; whoever carries the bytes is its host side.
-class Scanner {
+class Scanner : public Actor {
 public:
     // All four have to outlive the scanner. Throws InputError when a paper cannot be read.
     Scanner(const Model& model, FaultScript& faults, Journal& journal, PageRecorder& recorder);
 
-    // The host sends one whole command.
-    TransferResult write(const Bytes& bytes);
-
-    // The host asks for up to `capacity` bytes; `out` gets what there is. A transfer ends where the
-    // scanner ends it, so less than `capacity` may come while more waits.
-    TransferResult read(std::size_t capacity, Bytes& out);
-
-    // After TransferResult::Short: how many bytes were taken.
-    std::size_t bytesTaken() const { return bytesTaken_; }
-
-    // Instead of read(): the next transfer as a whole.
-    TransferResult take(Piece& piece);
-
-    // The host (re)starts the conversation: whatever was queued, locked or hung is forgotten.
-    void reset();
-
-    // The host went away without a further word.
-    void hostLeft();
-
-    void setNow(std::uint64_t milliseconds) { now_ = milliseconds; }
-
-    // When something that waits for its time can be read.
-    std::optional<std::uint64_t> nextWake() const;
-
-    void loadSheets(std::uint32_t count) { sheets_ = count; }
-    std::uint32_t sheets() const { return sheets_; }
-    unsigned pagesStarted() const { return pagesStarted_; }
-    bool isLocked() const { return isLocked_; }
+    TransferResult write(const Bytes& bytes) override;
+    TransferResult read(std::size_t capacity, Bytes& out) override;
+    std::size_t bytesTaken() const override { return bytesTaken_; }
+    TransferResult take(Piece& piece) override;
+    void reset() override;
+    void hostLeft() override;
+    void setNow(std::uint64_t milliseconds) override { now_ = milliseconds; }
+    std::optional<std::uint64_t> nextWake() const override;
+    void loadSheets(std::uint32_t count) override { sheets_ = count; }
+    std::uint32_t sheets() const override { return sheets_; }
+    unsigned pagesStarted() const override { return pagesStarted_; }
+    bool isLocked() const override { return isLocked_; }
 
 private:
     struct Transfer {

@@ -11,7 +11,7 @@
 
 namespace scansim {
 
-NetDevice::NetDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal)
+NetDevice::NetDevice(const Model& model, Actor& scanner, FaultScript& faults, Journal& journal)
     : model_(model), scanner_(scanner), faults_(faults), journal_(journal)
 {
 }

@@ -11,7 +11,7 @@
 #include "HostConnection.h"
 #include "Journal.h"
 #include "Responder.h"
-#include "Scanner.h"
+#include "Actor.h"
 
 namespace scansim {
 
@@ -22,7 +22,7 @@ public:
     using SetVisible = std::function<void(in_addr address, bool isVisible)>;
 
     // All have to outlive the device.
-    NetDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal);
+    NetDevice(const Model& model, Actor& scanner, FaultScript& faults, Journal& journal);
 
     // Appears on the network that this process is in. Throws std::runtime_error.
     void appear(SetVisible setVisible);
@@ -65,7 +65,7 @@ private:
     void queueSpoilt(const std::vector<Bytes>& frames, const Fault& fault);
 
     const Model& model_;
-    Scanner& scanner_;
+    Actor& scanner_;
     FaultScript& faults_;
     Journal& journal_;
     SetVisible setVisible_;

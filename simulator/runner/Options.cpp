@@ -52,7 +52,8 @@ private:
         const std::map<std::string, std::string Options::*> texts = {
             {"--models", &Options::modelsFolder}, {"--modules", &Options::modulesFolder},
             {"--config", &Options::configFolder}, {"--record", &Options::recordFolder},
-            {"--log", &Options::logFile},         {"--control", &Options::controlLine}};
+            {"--log", &Options::logFile},         {"--control", &Options::controlLine},
+            {"--capture", &Options::captureFile}};
         const auto flag = flags.find(option);
         const auto text = texts.find(option);
         if (flag != flags.end()) {
@@ -157,6 +158,8 @@ Recording
   --record FOLDER              write each page that a scanner plays as FOLDER/devN-MODEL-NNN.pnm,
                                in the way the front end should see it
   --log FILE                   write a trace of the protocol (- for standard error)
+  --capture FILE               write all transfers of the USB scanners, or all packets of the
+                               network with its scanners, as a pcap file
 Surroundings
   --models FOLDER              look for models here instead of the source tree
   --modules FOLDER             the backend's libraries, instead of the build tree's

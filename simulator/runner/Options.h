@@ -30,6 +30,7 @@ struct Options {
     std::string configFolder;
     std::string recordFolder;
     std::string logFile;
+    std::string captureFile;
     std::string controlLine;
     bool hasLink = false;
     bool hasPrivateTmp = false;

@@ -71,6 +71,11 @@ void PrivateNetwork::connectNamespaces()
     netlink_->addDefaultRoute(kScannerLink, address(kScannerSideAddress));
 }
 
+const char* PrivateNetwork::scannersInterface() const
+{
+    return kind_ == NetworkKind::Link ? kScannerLink : kLoopback;
+}
+
 in_addr PrivateNetwork::commandAddress()
 {
     return address(kCommandAddress);

@@ -30,6 +30,9 @@ public:
     // Takes a process of the command to its side; false if that failed.
     bool enterCommandSide() const;
 
+    // What connects the scanners to the command.
+    const char* scannersInterface() const;
+
     static in_addr commandAddress();
 
 private:

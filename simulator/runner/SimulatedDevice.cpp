@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "Replay.h"
+#include "Scanner.h"
 #include "Text.h"
 
 namespace scansim {
@@ -16,6 +18,15 @@ FaultScript makeFaults(const Model& model, Transport transport)
         script.add(rule);
     }
     return script;
+}
+
+std::unique_ptr<Actor> makeActor(const Model& model, FaultScript& faults, Journal& journal,
+                                 PageRecorder& recorder)
+{
+    if (model.replay.empty()) {
+        return std::make_unique<Scanner>(model, faults, journal, recorder);
+    }
+    return std::make_unique<Replay>(model, journal);
 }
 
 std::string deviceName(unsigned number, const Model& model)
@@ -33,13 +44,13 @@ SimulatedDevice::SimulatedDevice(unsigned number, Transport transport, Model mod
       faults_(makeFaults(model_, transport)),
       journal_(name_, trace),
       recorder_(recordFolder.empty() ? std::string() : recordFolder + "/" + name_ + "-"),
-      scanner_(model_, faults_, journal_, recorder_)
+      scanner_(makeActor(model_, faults_, journal_, recorder_))
 {
     if (transport == Transport::Usb) {
-        usb_ = std::make_unique<UsbDevice>(model_, scanner_, faults_, journal_,
+        usb_ = std::make_unique<UsbDevice>(model_, *scanner_, faults_, journal_,
                                            std::move(nextFileNumber));
     } else {
-        net_ = std::make_unique<NetDevice>(model_, scanner_, faults_, journal_);
+        net_ = std::make_unique<NetDevice>(model_, *scanner_, faults_, journal_);
     }
 }
 
@@ -78,7 +89,7 @@ std::string SimulatedDevice::control(const std::string& line)
     } else if (verb == "open-port" || verb == "close-port") {
         netDevice().setPortOpen(verb == "open-port");
     } else if (verb == "load-sheets") {
-        scanner_.loadSheets(parseNumber(rest, 0, 1000000));
+        scanner_->loadSheets(parseNumber(rest, 0, 1000000));
     } else if (verb == "fault") {
         faults_.add(rest);
     } else if (verb == "forget-faults") {
@@ -92,9 +103,9 @@ std::string SimulatedDevice::control(const std::string& line)
 std::string SimulatedDevice::state()
 {
     return std::string(carrier().isPlugged() ? "plugged " : "unplugged ") + carrier().place() +
-           " locked=" + (scanner_.isLocked() ? "yes" : "no") +
-           " sheets=" + std::to_string(scanner_.sheets()) +
-           " pages=" + std::to_string(scanner_.pagesStarted()) +
+           " locked=" + (scanner_->isLocked() ? "yes" : "no") +
+           " sheets=" + std::to_string(scanner_->sheets()) +
+           " pages=" + std::to_string(scanner_->pagesStarted()) +
            " complaints=" + std::to_string(journal_.complaints().size());
 }
 

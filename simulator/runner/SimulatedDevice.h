@@ -11,7 +11,7 @@
 #include "Model.h"
 #include "NetDevice.h"
 #include "PageRecorder.h"
-#include "Scanner.h"
+#include "Actor.h"
 #include "UsbDevice.h"
 
 namespace scansim {
@@ -28,7 +28,7 @@ public:
     // The one that connects the scanner; the other is null.
     UsbDevice* usb() { return usb_.get(); }
     NetDevice* net() { return net_.get(); }
-    Scanner& scanner() { return scanner_; }
+    Actor& scanner() { return *scanner_; }
     Journal& journal() { return journal_; }
 
     // Carries out what follows "device N: " in a control line; the answer is a line of text.
@@ -44,7 +44,7 @@ private:
     FaultScript faults_;
     Journal journal_;
     PageRecorder recorder_;
-    Scanner scanner_;
+    std::unique_ptr<Actor> scanner_;
     std::unique_ptr<UsbDevice> usb_;
     std::unique_ptr<NetDevice> net_;
 };

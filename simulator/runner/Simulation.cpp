@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include "Folders.h"
 #include "ModelFile.h"
@@ -121,6 +122,7 @@ Simulation::Simulation(const Options& options)
     if (!options_.backends.empty()) {
         saneConfig_.setBackends(options_.backends);
     }
+    openCapture();
 }
 
 // As the kernel does it: counted up, and from the beginning again behind the last.
@@ -159,6 +161,47 @@ void Simulation::openLog()
         if (log_ == nullptr) {
             throw InputError(options_.logFile + ": " + std::strerror(errno));
         }
+    }
+}
+
+// One file has packets of one kind: those of USB or those of the network.
+void Simulation::openCapture()
+{
+    if (options_.captureFile.empty()) {
+        return;
+    }
+    const bool isUsb = networkKind() == NetworkKind::Loopback;
+    for (const auto& device : devices_) {
+        if ((device->usb() != nullptr) != isUsb) {
+            throw InputError("--capture records either USB or the network");
+        }
+    }
+    captureFile_ = std::fopen(options_.captureFile.c_str(), "wbe");
+    if (captureFile_ == nullptr) {
+        throw InputError(options_.captureFile + ": " + std::strerror(errno));
+    }
+    if (isUsb) {
+        usbMonitor_ = std::make_unique<UsbMonitor>(std::exchange(captureFile_, nullptr));
+    }
+    for (const auto& device : devices_) {
+        if (isUsb) {
+            device->usb()->setMonitor(usbMonitor_.get());
+        }
+    }
+}
+
+void Simulation::startNetworkCapture()
+{
+    if (captureFile_ != nullptr) {
+        networkCapture_ = std::make_unique<NetworkCapture>(network_->scannersInterface(),
+                                                           std::exchange(captureFile_, nullptr));
+    }
+}
+
+void Simulation::writeCapture()
+{
+    if (networkCapture_) {
+        networkCapture_->write();
     }
 }
 
@@ -285,6 +328,7 @@ int Simulation::run()
         fs::current_path(folder);
     }
     showDevices(fuse);
+    startNetworkCapture();
     control_ =
         std::make_unique<ControlChannel>(Sandbox::privateFolder() + "/control",
                                          [this](const std::string& line) { return control(line); });
@@ -301,6 +345,9 @@ int Simulation::run()
     const int signals = signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK);
     const int status = loop(startCommand(&old), signals);
     close(signals);
+    for (const auto& device : devices_) {
+        device->scanner().finish();
+    }
     return complaintCount() > 0 && !options_.isTolerant ? kComplained : status;
 }
 
@@ -362,8 +409,12 @@ int Simulation::loop(pid_t child, int signals)
                 device->net()->addTo(descriptors, before);
             }
         }
+        if (networkCapture_) {
+            descriptors.push_back({networkCapture_->fd(), POLLIN, 0});
+        }
         const int ready = poll(descriptors.data(), descriptors.size(), timeout());
         const std::uint64_t now = nowMs();
+        writeCapture();
         for (const auto& device : devices_) {
             device->scanner().setNow(now);
             if (device->net() != nullptr) {

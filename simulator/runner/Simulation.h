@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ControlChannel.h"
+#include "NetworkCapture.h"
 #include "Options.h"
 #include "PrivateNetwork.h"
 #include "SaneConfig.h"
@@ -35,6 +36,8 @@ public:
 private:
     void openLog();
     std::string openRecordFolder();
+    void openCapture();
+    void startNetworkCapture();
     unsigned nextFileNumber();
     void writeConfiguration(const std::map<std::string, std::string>& files) const;
     std::string modulesFolder() const;
@@ -44,6 +47,7 @@ private:
     void showDevices(int fuse);
     pid_t startCommand(const void* oldSignals) const;
     int loop(pid_t child, int signals);
+    void writeCapture();
     bool handleSignals(pid_t child, int signals, int& status) const;
     int timeout();
     std::string control(const std::string& line);
@@ -55,6 +59,9 @@ private:
     int recordFd_ = -1;
     unsigned lastFileNumber_ = 1;
     SaneConfig saneConfig_;
+    std::FILE* captureFile_ = nullptr;  // until somebody writes to it
+    std::unique_ptr<UsbMonitor> usbMonitor_;
+    std::unique_ptr<NetworkCapture> networkCapture_;
     std::vector<std::unique_ptr<SimulatedDevice>> devices_;
     std::unique_ptr<PrivateNetwork> network_;
     std::unique_ptr<UsbFs> fs_;

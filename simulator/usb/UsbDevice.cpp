@@ -25,7 +25,7 @@ bool isIn(std::uint8_t endpoint)
 
 }  // namespace
 
-UsbDevice::UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal,
+UsbDevice::UsbDevice(const Model& model, Actor& scanner, FaultScript& faults, Journal& journal,
                      std::function<unsigned()> nextNumber)
     : model_(model),
       scanner_(scanner),
@@ -234,6 +234,15 @@ int UsbDevice::string(std::uint8_t index, Bytes& answer)
 
 int UsbDevice::control(const ControlRequest& request, Bytes& answer)
 {
+    const int error = answerControl(request, answer);
+    if (monitor_ != nullptr) {
+        monitor_->control(number_, request, answer, error);
+    }
+    return error;
+}
+
+int UsbDevice::answerControl(const ControlRequest& request, Bytes& answer)
+{
     if (request.requestType != 0x80) {
         return EPIPE;
     }
@@ -298,6 +307,9 @@ int UsbDevice::submit(UsbClient& client, Urb urb)
     if (const int error = checkInterface(client, *interface)) {
         return error;
     }
+    if (monitor_ != nullptr) {
+        monitor_->submitted(number_, urb);
+    }
     if (isHalted(urb.endpoint)) {
         complete(client, std::move(urb), -EPIPE);
     } else if (urb.endpoint != scannerEndpoint(isIn(urb.endpoint))) {
@@ -317,6 +329,9 @@ int UsbDevice::submit(UsbClient& client, Urb urb)
 void UsbDevice::complete(UsbClient& client, Urb urb, int status)
 {
     urb.status = status;
+    if (monitor_ != nullptr) {
+        monitor_->completed(number_, urb);
+    }
     client.completed.push_back(std::move(urb));
 }
 

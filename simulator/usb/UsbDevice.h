@@ -11,21 +11,11 @@
 #include "FaultScript.h"
 #include "Journal.h"
 #include "Model.h"
-#include "Scanner.h"
+#include "UsbMonitor.h"
+#include "UsbTransfers.h"
+#include "Actor.h"
 
 namespace scansim {
-
-// One bulk transfer that a program has handed in. `tag` is the program's own name for it.
-struct Urb {
-    std::uint64_t tag = 0;
-    std::uint64_t buffer = 0;
-    std::int32_t pid = 0;
-    std::uint8_t endpoint = 0;
-    std::size_t length = 0;
-    Bytes data;      // OUT: what is sent; IN, when completed: what came
-    int status = 0;  // when completed: 0 or a negative errno
-    std::size_t actual = 0;
-};
 
 // One open device file: what its program has claimed, handed in and not yet fetched.
 struct UsbClient {
@@ -35,22 +25,15 @@ struct UsbClient {
     bool isGone = false;  // the device was unplugged under it
 };
 
-struct ControlRequest {
-    std::uint8_t requestType = 0;
-    std::uint8_t request = 0;
-    std::uint16_t value = 0;
-    std::uint16_t length = 0;
-};
-
 // A scanner on the bus, as the kernel's usbfs would show it. Operations return 0 or an errno.
 class UsbDevice : public Carrier {
 public:
     // All but `nextNumber`, which gives a fresh device file number, have to outlive the device.
-    UsbDevice(const Model& model, Scanner& scanner, FaultScript& faults, Journal& journal,
+    UsbDevice(const Model& model, Actor& scanner, FaultScript& faults, Journal& journal,
               std::function<unsigned()> nextNumber);
 
     const Model& model() const { return model_; }
-    Scanner& scanner() { return scanner_; }
+    Actor& scanner() { return scanner_; }
     Journal& journal() { return journal_; }
     FaultScript& faults() { return faults_; }
 
@@ -61,6 +44,9 @@ public:
     std::string place() const override { return "file=" + std::to_string(number_); }
 
     Bytes descriptors() const;
+
+    // Records all transfers from now on; has to outlive the device.
+    void setMonitor(UsbMonitor* monitor) { monitor_ = monitor; }
 
     int open(UsbClient& client, bool forWriting);
     void close(UsbClient& client);
@@ -78,6 +64,7 @@ public:
     void pump();
 
 private:
+    int answerControl(const ControlRequest& request, Bytes& answer);
     int carryOut(FaultEvent event);
     int carryOut(const std::optional<Fault>& fault);
     void vanish(TransferResult result);
@@ -93,10 +80,11 @@ private:
     void complete(UsbClient& client, Urb urb, int status);
 
     const Model& model_;
-    Scanner& scanner_;
+    Actor& scanner_;
     FaultScript& faults_;
     Journal& journal_;
     std::function<unsigned()> nextNumber_;
+    UsbMonitor* monitor_ = nullptr;
     bool isPlugged_ = false;
     unsigned number_ = 0;
     bool hasDriver_;

@@ -344,7 +344,7 @@ int UsbFs::control(fuse_req_t request, OpenFile& file, std::uint64_t argument, b
     }
     Bytes answer;
     const ControlRequest what = {transfer.bRequestType, transfer.bRequest, transfer.wValue,
-                                 transfer.wLength};
+                                 transfer.wLength, transfer.wIndex};
     if (const int error = file.device->control(what, answer)) {
         return error;
     }

@@ -9,7 +9,7 @@ from pathlib import Path
 
 LINE = "SPDX-License-Identifier: LGPL-2.1-or-later"
 WITHOUT = ("COPYING", "CMakePresets.json", "debian/changelog", "debian/source/format", "*.bin",
-           "tests/fuzz/*/corpus/*", "tests/fuzz/*/regressions/*")
+           "tests/fuzz/*/corpus/*", "tests/fuzz/*/regressions/*", "tests/tools/trace/samples/*")
 
 
 def says_its_licence(path):

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "LogReader.h"
+
+#include "LogLine.h"
+#include "Support.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+namespace {
+
+using namespace tracetest;
+using testing::HasSubstr;
+using trace::Bytes;
+using trace::Conversation;
+
+std::string marked(const std::string& prefix, int process, const char* function,
+                   const std::string& message)
+{
+    char mark[128];
+    std::snprintf(mark, sizeof mark, "[P:%d T:-77] %-15.15s : %-4d %-20.20s -- ", process,
+                  "src/IOComm.cpp", 340, function);
+    return prefix + mark + message + "\n";
+}
+
+std::string byteLines(const std::string& prefix, int process, const char* function,
+                      const Bytes& bytes, std::size_t count)
+{
+    std::string result;
+    char line[32];
+    for (std::size_t i = 0; i < count; ++i) {
+        std::snprintf(line, sizeof line, "%2X %zu", i < bytes.size() ? unsigned{bytes[i]} : 0U, i);
+        result += marked(prefix, process, function, line);
+    }
+    return result;
+}
+
+std::string dump(const std::string& prefix, const Bytes& bytes)
+{
+    std::string result = prefix + "(size: " + std::to_string(bytes.size()) + ")\n" + prefix;
+    char digits[4];
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(digits, sizeof digits, "%.2x ", unsigned{bytes[i]});
+        result += digits;
+        if (i % 32 == 31 && i + 1 < bytes.size()) {
+            result += "\n" + prefix;
+        }
+    }
+    return result + "\n";
+}
+
+const Bytes kUnlock = bytes("1B 53 06 00 00 00 80 00");
+const Bytes kUnlocked = bytes("1B 53 06 00 00 00 80 02");
+
+// What a command on USB leaves in the log.
+std::string usbCommand(const std::string& prefix, int process, const Bytes& command,
+                       const Bytes& reply)
+{
+    return byteLines(prefix, process, "sendCommand", command, command.size()) +
+           marked(prefix, process, "Write", "writing data on USB") + dump(prefix, command) +
+           marked(prefix, process, "Write", "::::::::::::::: METHOD END ::::::::::::::: 0") +
+           byteLines(prefix, process, "readReply", reply, 512) +
+           marked(prefix, process, "writeCommand", "::::::::::::::: METHOD END ::::::::::::::: 5");
+}
+
+std::vector<Conversation> read(const std::string& text)
+{
+    std::istringstream in(text);
+    return trace::readLog(in);
+}
+
+const char* const kPrefixes[] = {
+    "",
+    "Nov 22 07:10:54 host scanimage: ",
+    "Nov 22 07:10:54 host scanimage[123]: ",
+    "Nov 22 07:10:54.123456 host scanimage[123]: ",
+    "2026-11-22T07:10:54.123456+01:00 host scanimage[123]: ",
+    "2026-11-22T07:10:54+0100 host scanimage[123]: ",
+    "[ 1234.567890] host scanimage[123]: ",
+    "1763795454.123456 host scanimage[123]: ",
+};
+
+TEST(TraceLog, CommandsAndRepliesInEveryFormat)
+{
+    for (const std::string prefix : kPrefixes) {
+        const auto conversations =
+            read(usbCommand(prefix, 123, scanCommand(0x05, 402), bytes("1B 53 05 00 00 00 80 00")) +
+                 usbCommand(prefix, 123, kUnlock, kUnlocked));
+        ASSERT_EQ(conversations.size(), 1U) << prefix;
+        EXPECT_EQ(conversations[0].name, "Process 123, thread -77");
+        EXPECT_EQ(conversations[0].hasTimes, !prefix.empty());
+        ASSERT_EQ(conversations[0].transfers.size(), 4U) << prefix;
+        EXPECT_EQ(conversations[0].transfers[0].bytes, scanCommand(0x05, 402));
+        EXPECT_EQ(conversations[0].transfers[2].bytes, kUnlock);
+        EXPECT_EQ(conversations[0].transfers[3].bytes, kUnlocked);
+    }
+}
+
+TEST(TraceLog, TimesAreThoseOfTheLines)
+{
+    const auto micro = [](const std::string& line) { return *trace::readLogLine(line).time; };
+    EXPECT_EQ(micro("Nov 22 07:10:55 h x: ") - micro("Nov 22 07:10:54 h x: "), 1000000U);
+    EXPECT_EQ(micro("Dec  1 00:00:00 h x: ") > micro("Nov 30 23:59:59 h x: "), true);
+    EXPECT_EQ(micro("2026-11-22T07:10:55.5+01:00 h") - micro("2026-11-22T07:10:54.25+01:00 h"),
+              1250000U);
+    EXPECT_EQ(micro("[   12.000001] h x[1]: "), 12000001U);
+    EXPECT_FALSE(trace::readLogLine("[P:1 T:2] src/x.cpp       : 1    Read    -- x").time);
+}
+
+std::string networkDump(int process, const char* function, const char* message, const Bytes& bytes,
+                        const std::string& prefix = "")
+{
+    return marked(prefix, process, function, message) + dump(prefix, bytes) +
+           marked(prefix, process, function, "before send(). ");
+}
+
+TEST(TraceLog, ProcessesAreToldApart)
+{
+    const std::string first =
+        networkDump(1, "sendOnce", "data to be sent", kUnlock, "Nov 22 07:10:54 h a[1]: ");
+    const std::string second = networkDump(2, "sendOnce", "data to be sent", scanCommand(0x05, 326),
+                                           "Nov 22 07:10:54 h b[2]: ");
+    std::istringstream a(first), b(second);
+    std::string mixed, line;
+    for (bool more = true; more;) {
+        more = false;
+        for (auto* in : {&a, &b}) {
+            if (std::getline(*in, line)) {
+                mixed += line + "\n";
+                more = true;
+            }
+        }
+    }
+    const auto conversations = read(mixed);
+    ASSERT_EQ(conversations.size(), 2U);
+    ASSERT_EQ(conversations[0].transfers.size(), 1U);
+    ASSERT_EQ(conversations[1].transfers.size(), 1U);
+    EXPECT_EQ(conversations[0].transfers[0].bytes, kUnlock);
+    EXPECT_EQ(conversations[1].transfers[0].bytes, scanCommand(0x05, 326));
+}
+
+TEST(TraceLog, NetworkDumps)
+{
+    const auto conversations =
+        read(networkDump(9, "sendOnce", "data to be sent", bytes("48 42 4e 33 00 00 00 00 02")) +
+             networkDump(9, "sendOnce", "data to be sent", inNpaFrame(scanCommand(0x05, 402))) +
+             networkDump(9, "readInto", "header received", bytes("48 42 4e 33 00 00 00 00 08")) +
+             networkDump(9, "readReply", "global buffer contents:", frame(kUnlocked)));
+    ASSERT_EQ(conversations.size(), 1U);
+    const auto& transfers = conversations[0].transfers;
+    ASSERT_EQ(transfers.size(), 3U);
+    EXPECT_EQ(conversations[0].transport, trace::Transport::Network);
+    EXPECT_EQ(transfers[1].bytes, inNpaFrame(scanCommand(0x05, 402)));
+    EXPECT_EQ(transfers[2].bytes, kUnlocked);
+}
+
+TEST(TraceLog, ADumpThatLacksBytesIsFlagged)
+{
+    std::string text = networkDump(9, "sendOnce", "data to be sent", kUnlock);
+    text.erase(text.find("80 00"), 5);
+    const auto conversations = read(text);
+    ASSERT_EQ(conversations.size(), 1U);
+    EXPECT_THAT(printed(conversations[0]), HasSubstr("ODD: a dump lacks 2 bytes\n"));
+}
+
+std::string usbRead(std::size_t size, int result, const std::string& between)
+{
+    return marked("", 5, "ReadImage", "::::::::::::::: METHOD START ::::::::::::::: ") +
+           marked("", 5, "ReadImage", " -> size is " + std::to_string(size)) + between +
+           marked("", 5, "ReadImage",
+                  "::::::::::::::: METHOD END ::::::::::::::: " + std::to_string(result));
+}
+
+TEST(TraceLog, RecordsAndSizesOfTheImage)
+{
+    const std::string marker = marked("", 5, "processPageMarker", " -> width = 637") +
+                               marked("", 5, "processPageMarker", " -> height = 177") +
+                               marked("", 5, "processPageMarker", " -> offsetx = 1") +
+                               marked("", 5, "processPageMarker", " -> offsety = 2") +
+                               marked("", 5, "processPageMarker", " -> trim = 3") +
+                               marked("", 5, "processPageMarker", "interleaving is needed");
+    const std::string head = marked("", 5, "traceHeader", " -> image data acquired") +
+                             marked("", 5, "traceHeader", " -> <<begin of header dump>>") +
+                             marked("", 5, "traceHeader", " 1B 53  2  0 E8  3 80  2  0  0") +
+                             marked("", 5, "traceHeader", "  1  2  3  4  5  6  7  8  9  A") +
+                             marked("", 5, "traceHeader", " -> <<end of header dump>>");
+    const auto conversations =
+        read(usbCommand("", 5, scanCommand(0x05, 326), bytes("1B 53 05 00 00 00 80 00")) +
+             usbCommand("", 5, scanCommand(0x01, 326), bytes("1B 53 01 00 00 00 80 00")) +
+             usbRead(31, 9, marker) + usbRead(1008, 0, head) + usbRead(9, 1, ""));
+    ASSERT_EQ(conversations.size(), 1U);
+    const auto& transfers = conversations[0].transfers;
+    ASSERT_EQ(transfers.size(), 7U);
+    EXPECT_EQ(transfers[4].bytes, bytes("1B 53 02 00 17 00 80 00 09 00 01  7D 02 00 00  B1 00 00 00"
+                                        "01 00 00 00  02 00 00 00  03 00 00 00"));
+    EXPECT_EQ(transfers[5].bytes.size(), 1008U);
+    EXPECT_EQ(transfers[5].known, 20U);
+    EXPECT_THAT(printed(conversations[0]), HasSubstr("image: 999 bytes in 1 block"));
+    EXPECT_THAT(printed(conversations[0]), HasSubstr("988 bytes of it not recorded\n"));
+    EXPECT_THAT(printed(conversations[0]), HasSubstr("record: end of the page (1)\n"));
+}
+
+}  // namespace
