@@ -32,10 +32,13 @@ void blankImage(Conversation& conversation)
     }
 }
 
+// Remarks are what the host's log or a search said; both have addresses and names.
 void dropTexts(Conversation& conversation)
 {
+    const bool isSearch = !conversation.hasCommands();
     for (Transfer& transfer : conversation.transfers) {
-        if (transfer.kind != Transfer::Kind::Data) {
+        const bool isRemark = transfer.kind == Transfer::Kind::Remark;
+        if (isRemark || (isSearch && transfer.kind == Transfer::Kind::Oddity)) {
             transfer.text = "(left out)";
         }
     }
@@ -49,9 +52,7 @@ void redact(std::vector<Conversation>& conversations)
         Conversation& conversation = conversations[i];
         conversation.name = "Conversation " + std::to_string(i + 1);
         blankImage(conversation);
-        if (!conversation.hasCommands()) {
-            dropTexts(conversation);
-        }
+        dropTexts(conversation);
     }
 }
 

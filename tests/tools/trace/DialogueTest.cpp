@@ -117,4 +117,16 @@ TEST(TraceRedaction, BlanksTheImageAndNothingElse)
     }
 }
 
+TEST(TraceRedaction, LeavesOutWhatTheHostSaid)
+{
+    std::vector<trace::Conversation> conversations(1);
+    conversations[0].transfers = page(326, {});
+    auto& transfers = conversations[0].transfers;
+    transfers.push_back(trace::Transfer::remark(0, "[ERROR] Invalid IP: 192.168.1.7"));
+    transfers.push_back(trace::Transfer::oddity(0, "reply too short"));
+    trace::redact(conversations);
+    EXPECT_EQ(transfers[transfers.size() - 2].text, "(left out)");
+    EXPECT_EQ(transfers.back().text, "reply too short");
+}
+
 }  // namespace
