@@ -86,32 +86,32 @@ extern "C" void* __libc_realloc(void* block, std::size_t size);
 
 COUNTERS_EXPORT void* malloc(std::size_t size) noexcept
 {
-    counts.allocations += isCounting;
+    counts.allocations += isCounting ? 1 : 0;
     return __libc_malloc(size);
 }
 
 COUNTERS_EXPORT void* calloc(std::size_t count, std::size_t size) noexcept
 {
-    counts.allocations += isCounting;
+    counts.allocations += isCounting ? 1 : 0;
     return __libc_calloc(count, size);
 }
 
 COUNTERS_EXPORT void* realloc(void* block, std::size_t size) noexcept
 {
-    counts.allocations += isCounting;
+    counts.allocations += isCounting ? 1 : 0;
     return __libc_realloc(block, size);
 }
 
 COUNTERS_EXPORT pid_t getpid() noexcept
 {
     static const auto real = genuine<pid_t()>("getpid");
-    counts.getpids += isCounting;
+    counts.getpids += isCounting ? 1 : 0;
     return real();
 }
 
 COUNTERS_EXPORT char* getenv(const char* name) noexcept
 {
     static const auto real = genuine<char*(const char*)>("getenv");
-    counts.getenvs += isCounting;
+    counts.getenvs += isCounting ? 1 : 0;
     return real(name);
 }

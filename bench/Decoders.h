@@ -16,14 +16,17 @@ namespace bench {
 constexpr int kBandLines = 32;
 
 struct Band {
-    Band(int channels, int quality, int width = 4960);
+    Band(int channelCount, int qualityFactor, int pixels = 4960);
 
     int width;
     int channels;
     int quality;
     samples::Bytes body;  // entropy-coded
     samples::Bytes file;  // the same as a JPEG file
-    std::size_t stride() const { return static_cast<std::size_t>(width * channels); }
+    std::size_t stride() const
+    {
+        return static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
+    }
     std::size_t bytes() const { return stride() * kBandLines; }
 };
 

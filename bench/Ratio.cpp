@@ -2,8 +2,7 @@
 #include "Ratio.h"
 
 #include <algorithm>
-
-#include <time.h>
+#include <ctime>
 
 namespace bench {
 

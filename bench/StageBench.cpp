@@ -10,6 +10,7 @@
 #include "ImageData.h"
 #include "InterleaveHandler.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,7 +49,8 @@ void copyLines()
     static std::vector<unsigned char> from(kBytes, 1);
     static std::vector<unsigned char> to(kBytes, 2);
     for (int i = 0; i < kLines; ++i) {
-        memcpy(to.data() + i * kStride, from.data() + i * kStride, kStride);
+        const std::ptrdiff_t line = std::ptrdiff_t{i} * kStride;
+        memcpy(to.data() + line, from.data() + line, kStride);
         asm volatile("" : : "r"(to.data()) : "memory");
     }
 }

@@ -29,6 +29,14 @@ int truncated(double value)
         std::clamp(value, static_cast<double>(kIntMin), static_cast<double>(kIntMax)));
 }
 
+// The x87 unit of 32-bit processors calculates with longer numbers, which would make some windows a
+// line shorter; what has been in memory is a double anywhere.
+double asDouble(double value)
+{
+    const volatile double stored = value;
+    return stored;
+}
+
 int product(int a, int b)
 {
     const std::int64_t value = static_cast<std::int64_t>(a) * b;
@@ -112,7 +120,7 @@ void ConfigReader::SetUpOperands()
 // The division comes first: the order decides the last bit, and so the rounding.
 int ConfigReader::dots(double millimetres) const
 {
-    return truncated(iCurrentDPI * (millimetres / kMillimetresPerInch));
+    return truncated(asDouble(iCurrentDPI * asDouble(millimetres / kMillimetresPerInch)));
 }
 
 int ConfigReader::GetComputedOption(const char* key)

@@ -233,7 +233,7 @@ void IOComm::chooseInterface(const usb_config_descriptor& config)
     const int endpoints = setting.endpoint != nullptr ? setting.bNumEndpoints : 0;
     for (int i = 0; i < endpoints; ++i) {
         const int address = setting.endpoint[i].bEndpointAddress;
-        (address & kDirectionIn ? iEndPointIn : iEndPointOut) = address;
+        ((address & kDirectionIn) != 0 ? iEndPointIn : iEndPointOut) = address;
     }
 }
 

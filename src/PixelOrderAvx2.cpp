@@ -11,6 +11,8 @@
 
 #include <immintrin.h>
 
+// Products of small constants.
+// NOLINTBEGIN(bugprone-implicit-widening-of-multiplication-result)
 namespace {
 
 using std::size_t;
@@ -234,6 +236,8 @@ const PixelOrder* avx2PixelOrder()
                                      mirrorGrey, mergeColour, mergeGrey};
     return __builtin_cpu_supports("avx2") ? &order : nullptr;
 }
+
+// NOLINTEND(bugprone-implicit-widening-of-multiplication-result)
 
 #else
 

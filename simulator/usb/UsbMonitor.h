@@ -22,7 +22,7 @@ public:
 
 private:
     struct Event;
-    void write(const Event& event, const Bytes* data);
+    void write(const Event& what, const Bytes* data);
 
     void* pcap_;
     void* dumper_;

@@ -2,7 +2,7 @@
 // SSE2, which every x86-64 processor has, or NEON on 64-bit Arm.
 #include "wicket/Kernel.h"
 
-#if defined(__SSE2__)
+#if defined(__x86_64__)
 
 #include <emmintrin.h>
 

@@ -158,7 +158,7 @@ void judgeTaken(const std::vector<std::string>& fields, const ProbedModel& model
 
 ProbedModel judgeConfLine(const std::string& text, int line, Voice& voice)
 {
-    const ProbedModel model = probeModel(text);
+    ProbedModel model = probeModel(text);
     const std::vector<std::string> fields = words(text);
     if (model.isTaken) {
         judgeTaken(fields, model, line, voice);

@@ -60,7 +60,7 @@ private:
     static std::string similarHeader(const std::string& text)
     {
         for (const Section section : {Section::Integers, Section::Doubles, Section::Strings}) {
-            const std::string header = headerOf(section);
+            std::string header = headerOf(section);
             if (distance(lowered(text).substr(0, 40), lowered(header)) <= 3) {
                 return header;
             }

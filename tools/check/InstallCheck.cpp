@@ -77,7 +77,7 @@ std::string firstOf(const std::vector<std::string>& folders, const std::string& 
                     Accepts accepts)
 {
     for (const std::string& folder : folders) {
-        const std::string path = folder + "/" + name;
+        std::string path = folder + "/" + name;
         if (accepts(path)) {
             return path;
         }
@@ -156,8 +156,8 @@ void judgeLists(const SaneFolders& folders, Voice& voice)
 void judgeModule(const std::string& backend, const SaneFolders& folders, Voice& voice)
 {
     const std::string name = "libsane-" + backend + ".so.1";
-    const std::string path = firstOf(folders.modules, name,
-                                     [](const std::string& p) { return !access(p.c_str(), F_OK); });
+    const std::string path = firstOf(
+        folders.modules, name, [](const std::string& p) { return access(p.c_str(), F_OK) == 0; });
     if (!path.empty() && !isReadable(path)) {
         voice.error(0, "module-unreadable", printable(path) + " may not be read by you.",
                     "Let everybody read it: sudo chmod a+r " + printable(path));

@@ -169,7 +169,7 @@ bool isComputedKey(const std::string& name)
 std::string similarKey(const std::string& name)
 {
     const std::string plain = trimmed(name);
-    if (const std::string numbered = numberedKey(plain); !numbered.empty()) {
+    if (std::string numbered = numberedKey(plain); !numbered.empty()) {
         return numbered;
     }
     std::string best;

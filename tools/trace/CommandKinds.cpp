@@ -48,7 +48,7 @@ std::string npaOddity(ByteView frame)
 
 const CommandKind* kindOf(ByteView bytes)
 {
-    const auto found =
+    const auto* const found =
         std::find_if(std::begin(kKinds), std::end(kKinds), [bytes](const CommandKind& kind) {
             return bytes.size() > 2 && bytes[0] == kEscape && bytes[1] == kind.commandClass &&
                    bytes[2] == kind.code;
@@ -58,7 +58,7 @@ const CommandKind* kindOf(ByteView bytes)
 
 const Version* versionOfParameters(std::size_t parameterSize)
 {
-    const auto found = std::find_if(
+    const auto* const found = std::find_if(
         std::begin(kVersions), std::end(kVersions),
         [parameterSize](const Version& version) { return version.parameterSize == parameterSize; });
     return found != std::end(kVersions) ? found : nullptr;
@@ -66,7 +66,7 @@ const Version* versionOfParameters(std::size_t parameterSize)
 
 const Version& versionOfNumber(int number)
 {
-    const auto found =
+    const auto* const found =
         std::find_if(std::begin(kVersions), std::end(kVersions),
                      [number](const Version& version) { return version.number == number; });
     return found != std::end(kVersions) ? *found : kVersions[0];

@@ -45,10 +45,10 @@ private:
     void image(const Transfer& transfer);
     void endImage();
     void missAnswer();
-    void printHead(std::uint64_t time, const char* who, const std::string& text);
+    void printHead(std::uint64_t time, const char* who, const std::string& what);
     void printMessage(const Transfer& transfer, const Message& message, const std::string& behind);
     void printRow(const Row& row);
-    void oddity(const std::string& text);
+    void oddity(const std::string& what);
     std::string duration(std::uint64_t from, std::uint64_t to) const;
 
     const Conversation& conversation_;

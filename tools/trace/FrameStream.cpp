@@ -78,7 +78,8 @@ bool FrameStream::skipToFrame(std::vector<Transfer>& transfers)
     if (bytes.empty() || (magic.startsWith(bytes.first(magic.size())) && !isTooLong)) {
         return false;
     }
-    const auto next = std::search(bytes.begin() + 1, bytes.end(), magic.begin(), magic.end());
+    const auto* const next =
+        std::search(bytes.begin() + 1, bytes.end(), magic.begin(), magic.end());
     std::size_t size = static_cast<std::size_t>(next - bytes.begin());
     if (next == bytes.end()) {
         // The magic may have begun.

@@ -8,9 +8,11 @@
 #include "PacketFile.h"
 #include "UsbReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 namespace trace {
 
@@ -24,12 +26,8 @@ constexpr std::uint32_t kPacketFiles[] = {0xA1B2C3D4, 0xD4C3B2A1, 0xA1B23C4D, 0x
 
 bool isPacketFile(ByteView start)
 {
-    for (const std::uint32_t magic : kPacketFiles) {
-        if (start.big(0, kMagicSize) == magic) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(std::begin(kPacketFiles), std::end(kPacketFiles),
+                       [start](std::uint32_t magic) { return start.big(0, kMagicSize) == magic; });
 }
 
 std::vector<Conversation> readPackets(const std::string& path)

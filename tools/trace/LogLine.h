@@ -18,7 +18,7 @@ struct LogLine {
     std::string message;
 };
 
-LogLine readLogLine(const std::string& line);
+LogLine readLogLine(const std::string& whole);
 
 // "(size: N)": a dump of N bytes begins; only at the end of a line.
 std::optional<std::size_t> dumpSize(const std::string& message);

@@ -48,7 +48,7 @@ Options parseOptions(const std::vector<std::string>& arguments)
             if (options.only == 0) {
                 throw UsageError("--only needs the number of a conversation");
             }
-        } else if (argument.rfind("-", 0) == 0) {
+        } else if (argument.rfind('-', 0) == 0) {
             throw UsageError("unknown option " + argument);
         } else if (!options.input.empty()) {
             throw UsageError("one file at a time");

@@ -320,12 +320,17 @@ TEST_P(FastPath, AgreesWithoutStuffing)
     }
 }
 
+// Other processors have the scalar path alone.
+#if !defined(__x86_64__) && !defined(__aarch64__)
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(FastPath);
+#endif
 INSTANTIATE_TEST_SUITE_P(Wicket, FastPath, testing::ValuesIn(kernels()),
                          [](const auto& kernel) { return std::string(kernel.param->name); });
 
 TEST(FastPathChoice, TheBestKernelIsTheDefault)
 {
-    EXPECT_EQ(Wicket::bestKernel(), kernels().back());
+    const std::vector<const wicket::Kernel*> all = kernels();
+    EXPECT_EQ(Wicket::bestKernel(), all.empty() ? nullptr : all.back());
 }
 
 }  // namespace
