@@ -81,6 +81,10 @@ private:
 
     unsigned char* writeInside(std::int64_t from, std::int64_t end, unsigned char* to) const
     {
+        // Nothing is inside of a line that ends before its first pixel, where halving rounds up.
+        if (from == end) {
+            return to;
+        }
         const std::int64_t firstPair = from + from % 2;
         const std::int64_t endOfPairs = std::max(firstPair, end - end % 2);
         to = writeChecked(from, std::min(firstPair, end), to);

@@ -214,7 +214,7 @@ TEST(InterleaveHandler, FollowsTheModelOverRandomGeometries)
                             isGrey ? GRAY : BGR,
                             width,
                             channel * random.pick(1, 50),
-                            random.pick(-3, 45),
+                            random.pick(-60, 45),
                             random.pick(0, 3) == 0 ? random.pick(-3, 45) : 0};
         const int lines = random.pick(1, 6);
         ImageData image;
@@ -239,6 +239,21 @@ TEST(InterleaveHandler, FollowsTheModelOverRandomGeometries)
         ASSERT_EQ(rawBytes(image), expected)
             << width << " " << g.stride << " " << g.offset << " " << g.trim;
         EXPECT_EQ(in.GetAllDataSize(), 0);
+    }
+}
+
+// The buffer grows by doubling, so that its end is that of the tenth line.
+TEST(InterleaveHandler, LinesInFrontOfTheFirstPixelAreEmpty)
+{
+    for (const int offset : {-300, -301, -302, -303, -2001, -100000001, INT_MIN + 1}) {
+        const Geometry g = {"", RGB, 300, 900, offset, 0};
+        ImageData image;
+        prepare(image, g);
+        DataBuffer in;
+        fill(in, Bytes(9000, 0xAB));
+        InterleaveHandler handler;
+        EXPECT_EQ(handler.DoInterleave(&in, &image), 1);
+        EXPECT_EQ(rawBytes(image), Bytes(9000, 0)) << offset;
     }
 }
 
