@@ -6,6 +6,7 @@
 #include "wicket/ScalarPage.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include <sane/sane.h>
 
@@ -20,7 +21,7 @@ constexpr unsigned kSizeMask = 0xFFF;
 struct Marker {
     bool isInterleaved = false;
     std::size_t width = 0;
-    std::size_t offset = 0;
+    int offset = 0;
     std::size_t trim = 0;
 };
 
@@ -38,7 +39,7 @@ void readMarker(Input& script, Marker* marker)
 {
     const unsigned width = script.byte();
     script.byte();
-    const unsigned offset = script.byte();
+    const int offset = static_cast<signed char>(script.byte());
     script.byte();
     const unsigned trim = script.byte();
     if (trim >> 7 != 0) {
@@ -87,7 +88,13 @@ Bytes merged(const Stream& stream, std::size_t channels, std::size_t stride, std
     Bytes page;
     for (std::size_t at = 0; length > 0 && at < stream.bytes.size(); at += length) {
         for (std::size_t i = 0; i < stride && page.size() < stride * lines; ++i) {
-            const std::size_t pixel = stream.marker.offset + i / channels;
+            const std::int64_t signedPixel =
+                stream.marker.offset + static_cast<std::int64_t>(i / channels);
+            if (signedPixel < 0) {
+                page.push_back(0);
+                continue;
+            }
+            const auto pixel = static_cast<std::size_t>(signedPixel);
             const std::size_t inHalf = (stream.marker.trim + pixel / 2) * channels + i % channels;
             const std::size_t from = at + (pixel % 2 != 0 ? half : 0) + inHalf;
             const bool isThere =

@@ -61,7 +61,10 @@ Bytes fuzz::Script::marker()
         field = input_.byte();
     }
     const unsigned trim = input_.byte();
-    return pageMarker(fields[0], fields[1], fields[2], fields[3], trim & 0x7F, trim >> 7);
+    // Offsets are small numbers of either sign.
+    const auto offsetX = static_cast<unsigned>(static_cast<signed char>(fields[2]));
+    const auto offsetY = static_cast<unsigned>(static_cast<signed char>(fields[3]));
+    return pageMarker(fields[0], fields[1], offsetX, offsetY, trim & 0x7F, trim >> 7);
 }
 
 fuzz::Event fuzz::Script::next(int command)
