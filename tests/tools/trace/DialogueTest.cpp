@@ -111,7 +111,7 @@ TEST(TraceRedaction, BlanksTheImageAndNothingElse)
         EXPECT_EQ(after[4].bytes, block(version, 100, trace::kMadeUp));
         EXPECT_EQ(after[5].bytes, Bytes(3, trace::kMadeUp));
         EXPECT_EQ(after[6].bytes, block(version, 50, trace::kMadeUp));
-        for (const std::size_t kept : {0, 1, 2, 3, 7}) {
+        for (const std::size_t kept : {0U, 1U, 2U, 3U, 7U}) {
             EXPECT_EQ(after[kept].bytes, before[kept].bytes);
         }
     }
