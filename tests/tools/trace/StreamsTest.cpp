@@ -157,7 +157,7 @@ TEST(TraceFrameStream, FramesInPiecesOfAnySize)
 {
     const Bytes payload = counting(300);
     const Bytes all = joined({frame({}), frame(payload), frame({}), frame({1, 2})});
-    for (const std::size_t step : {1, 2, 7, 9, 100, 1000}) {
+    for (const std::size_t step : {1U, 2U, 7U, 9U, 100U, 1000U}) {
         const auto transfers = cut<trace::FrameStream>(all, step);
         ASSERT_EQ(transfers.size(), 4U) << step;
         EXPECT_EQ(transfers[0].text, "scanner greets the host");
