@@ -235,6 +235,19 @@ bool ICommand::isAnswered(int id)
     return id >= COMMAND_FEEDER_STATUS && id <= COMMAND_WAKE;
 }
 
+int ICommand::blockSize(const unsigned char* header) const
+{
+    return std::max(0, header[5] * 256 + header[4] - iStripMin);
+}
+
+int ICommand::getPendingBlockSize(DataBuffer* held) const
+{
+    const int size = held->GetRawDataSize();
+    const bool isHeader = iDataSize == 0 && size >= std::max(iStrip, kSmallestBlockHeader) &&
+                          startsLikeBlock(held->GetRawDataPtr(), size);
+    return isHeader ? blockSize(held->GetRawDataPtr()) : iDataSize;
+}
+
 int ICommand::removeESC(DataBuffer* data)
 {
     log_debug("-> removing esc from data %d", iDataSize);
@@ -246,7 +259,7 @@ int ICommand::removeESC(DataBuffer* data)
             if (rawSize < std::max(iStrip, kSmallestBlockHeader)) {
                 return 0;
             }
-            iDataSize = std::max(0, raw[5] * 256 + raw[4] - iStripMin);
+            iDataSize = blockSize(raw);
             // What is processed in front of the raw part stays there.
             data->DiscardRawData(iStrip);
         } else {

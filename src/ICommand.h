@@ -74,6 +74,8 @@ public:
 
     // Image bytes still to come in the block that removeESC is in; 0 between blocks.
     int getPendingBlockSize() const { return iDataSize; }
+    // The same before the next call of removeESC, where the block's header may still wait in held.
+    int getPendingBlockSize(DataBuffer* held) const;
 
 protected:
     ConfigReader* pConfigReader = nullptr;
@@ -85,5 +87,6 @@ protected:
     int iStripMin = 1;  // by how much the header's length field exceeds the data
 
 private:
+    int blockSize(const unsigned char* header) const;
     int storeValue(const char* key);
 };

@@ -494,12 +494,13 @@ void IOComm::traceHeader(const unsigned char* block, int size) const
 // device is still read, into spare, since a record may come.
 inline int IOComm::readBlock(unsigned char* spare, Block* block, bool isTracing)
 {
+    const int pending = pICmd->getPendingBlockSize(ScanData.get());
     unsigned char* room = ScanData->ExtendRawData(kImageBlockSize);
     block->bytes = room != nullptr ? room : spare;
     block->size = kImageBlockSize;
     const int result = Read(block->bytes, &block->size, isTracing);
-    block->isImage = result == TRANSPORT_OK &&
-                     !ScanRecord::isRecord(block->bytes, block->size, pICmd->getPendingBlockSize());
+    block->isImage =
+        result == TRANSPORT_OK && !ScanRecord::isRecord(block->bytes, block->size, pending);
     block->isLost = block->isImage && room == nullptr;
     if (room != nullptr) {
         ScanData->ShrinkRawData(block->isImage ? kImageBlockSize - block->size : kImageBlockSize);

@@ -687,7 +687,7 @@ int NetComm::takeBlock(const unsigned char* block, int size, int* bytesRead, Dat
                        ImageData* image)
 {
     const bool isScanning = ScanData && pICmd != nullptr;
-    const int pending = pICmd != nullptr ? pICmd->getPendingBlockSize() : 0;
+    const int pending = isScanning ? pICmd->getPendingBlockSize(ScanData.get()) : 0;
     if (ScanRecord::isRecord(block, size, pending)) {
         tickleCounter = kEmptyBlocks;
         bReadBroken = false;

@@ -17,6 +17,8 @@ EXACT_HEAP = "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"
 PRELOAD = os.environ.get("SCAN_PRELOAD", "")
 INSIDE = Path(__file__).resolve().parent / "inside"
 PYTHON = "/usr/bin/python3"
+PERL = "/usr/bin/perl"
+INTERPRETERS = (PYTHON, PERL)
 TIMEOUT = 300
 # Of a scanner that over_saned.py meets.
 SANED_KEYS = "feeder.sheets=3,block-size=4000,block-delay-ms=2"
@@ -64,8 +66,8 @@ class ScanTestCase(unittest.TestCase):
         environment = ["env"]
         if PRELOAD:
             environment.append(f"LD_PRELOAD={PRELOAD}")
-        if PYTHON in command:
-            # Python leaks at its end; leaks of the backend show in scanimage.
+        if any(word in INTERPRETERS for word in command):
+            # They leak at their end; leaks of the backend show in scanimage.
             environment.append("ASAN_OPTIONS=detect_leaks=0")
         (folder / "recorded").mkdir(exist_ok=True)
         process = subprocess.run(arguments + ["--"] + environment + list(command),

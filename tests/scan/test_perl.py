@@ -7,7 +7,7 @@ import simulation
 class Perl(simulation.ScanTestCase):
     def test_glass_and_feeder(self):
         result = self.simulate(["adf-402,feeder.sheets=3"],
-                               ["perl", str(simulation.INSIDE / "perl_sane.pl"), "3"])
+                               [simulation.PERL, str(simulation.INSIDE / "perl_sane.pl"), "3"])
         self.assertEqual(result.status, 0, result.stdout + result.stderr)
         # But for the page that was cancelled.
         self.assert_same_pages(result.pages(), result.recorded()[1:])

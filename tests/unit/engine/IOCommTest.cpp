@@ -882,6 +882,30 @@ TEST_F(IOCommImageTest, ReadFails)
     EXPECT_EQ(got, 0);
 }
 
+// Whatever part of a block's header the transfer before brought: the whole one, too.
+TEST_F(IOCommImageTest, ImageBytesBehindAHeaderThatLookLikeARecord)
+{
+    Bytes lookalike = record(1) + ramp(50);
+    lookalike[4] = 200;
+    for (const int version : {326, 401, 402}) {
+        startWith(version);
+        const Bytes first = imageBlock(ramp(20), version);
+        const Bytes second = imageBlock(lookalike, version);
+        const std::size_t header = second.size() - lookalike.size();
+        for (std::size_t cut = 0; cut <= header; ++cut) {
+            const auto at = second.begin() + static_cast<std::ptrdiff_t>(cut);
+            EXPECT_EQ(readImage(first + Bytes(second.begin(), at)), 0) << version << " " << cut;
+            EXPECT_EQ(readImage(Bytes(at, second.end())), 0) << version << " " << cut;
+            EXPECT_EQ(delivered(), ramp(20) + lookalike) << version << " " << cut;
+        }
+        EXPECT_EQ(readImage(first + Bytes(second.begin(),
+                                          second.begin() + static_cast<std::ptrdiff_t>(header))),
+                  0);
+        EXPECT_EQ(readImage(record(1)), 1) << "the page may end behind a header";
+        delivered();
+    }
+}
+
 TEST_F(IOCommImageTest, RecordsGiveTheirResponse)
 {
     for (const int value : {1, 2, 3, 4, 5, 9, 15, 18, 255}) {

@@ -1128,6 +1128,19 @@ TEST_F(NetImageTest, ImageBytesThatLookLikeARecord)
     EXPECT_EQ(pixels(), ramp(20) + lookalike + ramp(20) + lookalike);
 }
 
+TEST_F(NetImageTest, ImageBytesBehindAHeaderThatLookLikeARecord)
+{
+    Bytes lookalike = record(1) + ramp(50);
+    lookalike[4] = 200;
+    const Bytes second = imageBlock(lookalike);
+    const auto cut = second.end() - static_cast<std::ptrdiff_t>(lookalike.size());
+    scanner.send(frame(imageBlock(ramp(20)) + Bytes(second.begin(), cut)) +
+                 frame(Bytes(cut, second.end())));
+    EXPECT_EQ(readImage(), 0);
+    EXPECT_EQ(readImage(), 0);
+    EXPECT_EQ(pixels(), ramp(20) + lookalike);
+}
+
 TEST_F(NetImageTest, LargeFrames)
 {
     const Bytes block = imageBlock(ramp(60000));
