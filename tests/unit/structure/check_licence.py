@@ -19,11 +19,13 @@ def says_its_licence(path):
 
 def main():
     root = Path(sys.argv[1])
-    listed = subprocess.run(["git", "-C", root, "ls-files", "--cached", "--others",
-                             "--exclude-standard"], check=False, capture_output=True, text=True)
-    if listed.returncode != 0:
+    # Only git knows which files are ours. Where there is a checkout, git has to answer.
+    if not (root / ".git").exists():
         print("Not a git checkout, nothing to look at")
         return 77
+    listed = subprocess.run(["git", "-c", "safe.directory=*", "-C", root, "ls-files", "--cached",
+                             "--others", "--exclude-standard"],
+                            check=True, stdout=subprocess.PIPE, text=True)
     files = [name for name in listed.stdout.splitlines() if (root / name).is_file()
              and not any(Path(name).match(pattern) for pattern in WITHOUT)]
     silent = [name for name in files if not says_its_licence(root / name)]
