@@ -11,6 +11,8 @@ namespace {
 
 constexpr int kOptionResolution = 2;
 constexpr int kOptionSource = 4;
+constexpr int kOptionTlX = 7;
+constexpr int kOptionTlY = 8;
 constexpr int kOptionBrX = 9;
 constexpr int kOptionBrY = 10;
 
@@ -74,13 +76,15 @@ bool Page::isStartOf(const Page& other) const
 SANE_Status setUp(const Backend& backend, SANE_Handle handle, double millimetres, bool fromFeeder)
 {
     SANE_Word resolution = 75;
-    SANE_Word corner = SANE_FIX(millimetres);
+    SANE_Word near = SANE_FIX(0);
+    SANE_Word far = SANE_FIX(millimetres);
     const auto set = [&](int option, void* value) {
         return backend.control(handle, option, SANE_ACTION_SET_VALUE, value, nullptr);
     };
     SANE_Status status = set(kOptionResolution, &resolution);
-    for (const int option : {kOptionBrX, kOptionBrY}) {
-        status = status == SANE_STATUS_GOOD ? set(option, &corner) : status;
+    for (const int option : {kOptionTlX, kOptionTlY, kOptionBrX, kOptionBrY}) {
+        SANE_Word* corner = option < kOptionBrX ? &near : &far;
+        status = status == SANE_STATUS_GOOD ? set(option, corner) : status;
     }
     char source[4096] = "Automatic Document Feeder";
     return status == SANE_STATUS_GOOD && fromFeeder ? set(kOptionSource, source) : status;
