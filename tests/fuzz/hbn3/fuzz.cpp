@@ -87,6 +87,21 @@ public:
         FUZZ_CHECK(HBN3::CheckHeader(bytes.data(), size) ==
                    (bytes.size() >= kHeader && std::memcmp(bytes.data(), "HBN3", 4) == 0 ? 0 : 1));
     }
+    // As the image is read: a whole frame goes out from where it is, another one by the buffer.
+    void pass(const Bytes& frame)
+    {
+        int size = static_cast<int>(frame.size());
+        const unsigned char* payload = frames_.takeInPlace(frame.data(), &size);
+        if (payload == nullptr) {
+            FUZZ_CHECK(size == static_cast<int>(frame.size()));
+            put(frame);
+            get();
+            return;
+        }
+        Bytes expected;
+        FUZZ_CHECK(model_.held.empty() && model_.put(frame) == 0 && model_.get(&expected) == 0);
+        FUZZ_CHECK(expected == Bytes(payload, payload + size) && model_.held.empty());
+    }
     void get()
     {
         int size = -1;
@@ -110,6 +125,14 @@ private:
     std::unique_ptr<unsigned char[]> room_{new unsigned char[kCapacity]};
 };
 
+Bytes header(Input& input)
+{
+    Bytes header = {'H', 'B', 'N', '3', 0, 0, 0};
+    header.push_back(static_cast<unsigned char>(input.byte()));
+    header.push_back(static_cast<unsigned char>(input.byte()));
+    return header;
+}
+
 void step(Comparison& both, Input& input)
 {
     const unsigned code = input.byte();
@@ -123,11 +146,14 @@ void step(Comparison& both, Input& input)
     case 0xFD:
         both.put(Bytes(kManyBytes, static_cast<unsigned char>(input.byte())));
         break;
-    case 0xFC: {
-        Bytes header = {'H', 'B', 'N', '3', 0, 0, 0};
-        header.push_back(static_cast<unsigned char>(input.byte()));
-        header.push_back(static_cast<unsigned char>(input.byte()));
-        both.put(header);
+    case 0xFC:
+        both.put(header(input));
+        break;
+    case 0xFB: {
+        Bytes frame = header(input);
+        const Bytes payload = input.take(frame.back());
+        frame.insert(frame.end(), payload.begin(), payload.end());
+        both.pass(frame);
         break;
     }
     default:

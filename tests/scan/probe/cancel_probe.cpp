@@ -443,9 +443,9 @@ void callMeanwhile(const Settings& settings, int rounds)
     Subject subject(settings);
     const SANE_Handle handle = subject.handle();
     const auto setAll = [&] {
-        require(setUp(*backend, handle, settings.millimetres, settings.fromFeeder) ==
-                    SANE_STATUS_GOOD,
-                "options");
+        require(
+            setUp(*backend, handle, settings.millimetres, settings.fromFeeder) == SANE_STATUS_GOOD,
+            "options");
     };
     std::mt19937 random(static_cast<unsigned>(rounds));
     const auto pause = [&random] {
