@@ -24,6 +24,7 @@ class Layout:
 
     def __init__(self, prefix, settings=(), hwdb="/etc/udev", **folders):
         self.settings = [f"-DCMAKE_INSTALL_PREFIX={prefix}", *settings]
+        self.is_debian = prefix == "/usr"
         self.hwdb = f"{hwdb}/hwdb.d/60-scanlib.hwdb"
         for kind, default in (("bin", "bin"), ("lib", "lib"), ("data", "share"), ("etc", "etc"),
                               ("man", "share/man"), ("doc", "share/doc/scanlib")):
@@ -173,12 +174,41 @@ def lookup_problems(layout, root, work):
         yield "udev knows a device that is not there"
 
 
+def packaged(source):
+    """The lists of debian/: package, pattern of a file or folder."""
+    for package in sorted((source / "debian").glob("*.install")):
+        for line in package.read_text().splitlines():
+            if line and not line.startswith("#"):
+                if len(line.split()) != 1:
+                    sys.exit(f"{package.name}: another place than the installed one: {line}")
+                yield package.stem, line
+
+
+def package_problems(source, root):
+    """Each file has one package, and each line of the lists has files."""
+    unused = set(packaged(source))
+    for path in root.rglob("*"):
+        if path.is_dir() and not path.is_symlink():
+            continue
+        name = path.relative_to(root)
+        places = [str(place) for place in (name, *name.parents)]
+        takers = {(package, pattern) for package, pattern in packaged(source)
+                  if any(fnmatch(place, pattern) and place.count("/") == pattern.count("/")
+                         for place in places)}
+        unused -= takers
+        if len(takers) != 1:
+            yield f"{name}: in {len(takers)} lines of debian/*.install"
+    yield from (f"{package}.install: nothing for {pattern}" for package, pattern in unused)
+
+
 def problems(source, build, layout, with_simulator, work):
     root = install(source, build, layout, with_simulator, work)
     misplaced = list(list_problems(layout, set(layout.expected(source, with_simulator)), root))
     if misplaced:
         yield from misplaced
         return
+    if layout.is_debian and with_simulator:
+        yield from package_problems(source, root)
     yield from link_problems(layout, root)
     yield from reference_problems(layout, root)
     yield from hwdb_problems(layout, root)
