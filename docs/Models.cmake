@@ -94,7 +94,9 @@ function(read_models backend)
   roff_escape(first "${first}")
   roff_escape(folder "${SCANLIB_MODEL_DIR}")
   roff_escape(hwdb "${SCANLIB_HWDB_FILE}")
-  roff_escape(libraries "${CMAKE_INSTALL_FULL_LIBDIR}/sane")
+  # The page is the same on every architecture: packages of several can be installed side by side.
+  string(REGEX REPLACE "/lib/[^/]+$" "/lib/*" libraries "${CMAKE_INSTALL_FULL_LIBDIR}")
+  roff_escape(libraries "${libraries}/sane")
   media_table(media)
 
   set(PAGE_BACKEND ${backend} PARENT_SCOPE)

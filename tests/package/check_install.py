@@ -142,6 +142,20 @@ def reference_problems(layout, root):
             yield f"named, but not there: {feature}"
 
 
+def page_problems(layout, root):
+    """Packages of several architectures share the pages, so that these name the folder of none."""
+    pages = [*(root / layout.man.lstrip("/")).glob("man5/*.5")]
+    if len(pages) != len(BACKENDS):
+        yield f"man5 has {[page.name for page in pages]}"
+    for page in pages:
+        text = page.read_text().replace("\\-", "-")
+        folder = layout.lib.replace("/lib/some-multiarch", "/lib/*")
+        if f"{folder}/sane/libsane-{page.stem.removeprefix('sane-')}.so.1" not in text:
+            yield f"{page.name} does not name the library in {folder}"
+        if "some-multiarch" in text:
+            yield f"{page.name} is that of one architecture"
+
+
 def modaliases(root):
     return [f"usb:v{int(vendor, 16):04X}p{int(product, 16):04X}"
             for vendor, product, _ in configured(root)]
@@ -212,6 +226,7 @@ def problems(source, build, layout, with_simulator, work):
     yield from link_problems(layout, root)
     yield from reference_problems(layout, root)
     yield from hwdb_problems(layout, root)
+    yield from page_problems(layout, root)
     if shutil.which("systemd-hwdb"):
         yield from lookup_problems(layout, root, work)
     else:
