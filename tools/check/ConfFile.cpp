@@ -36,7 +36,15 @@ void judgeFeatureFile(const ConfModel& model, Voice& voice)
     }
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) {
-        const std::string why = strerror(errno);
+        const int error = errno;
+        const std::string why = strerror(error);
+        if (error == EACCES) {
+            voice.error(
+                model.line, "feature-file-unreadable",
+                file + " may not be read by you, so opening " + quoted(model.name) + " fails.",
+                closedFolderAdvice(path));
+            return;
+        }
         voice.error(
             model.line, "feature-file-missing",
             file + " cannot be found (" + why + "), so opening " + quoted(model.name) + " fails.",

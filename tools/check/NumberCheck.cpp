@@ -92,6 +92,12 @@ bool judgeNumber(Section section, const std::string& key, const Value& value, Vo
                     kPlainNumber);
         return false;
     }
+    if (std::isnan(valueOf(section, value))) {
+        voice.error(value.line, "not-a-number",
+                    name + " needs a number, but " + quoted(value.text) + " is none.",
+                    kPlainNumber);
+        return false;
+    }
     if (isTooLarge || !std::isfinite(valueOf(section, value))) {
         voice.error(value.line, "number-too-large",
                     name + ": " + quoted(value.text) + " is too large; " +

@@ -25,7 +25,13 @@ bool isUsable(const std::string& path, const std::string& what, Voice& voice)
 {
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) {
-        const std::string why = strerror(errno);
+        const int error = errno;
+        const std::string why = strerror(error);
+        if (error == EACCES) {
+            voice.error(0, "file-unreadable", what + " cannot be read: " + why + ".",
+                        closedFolderAdvice(path));
+            return false;
+        }
         voice.error(0, "file-missing", what + " cannot be found: " + why + ".",
                     "Install the backend, or put the file where it belongs: " + printable(path));
         return false;
@@ -74,7 +80,8 @@ std::vector<Piece> cut(std::string content)
         Piece piece;
         piece.line = line;
         piece.isRest = !pieces.empty() && pieces.back().hasMore;
-        piece.hasMore = !isEnded && static_cast<std::size_t>(end) < content.size();
+        piece.hasMore = !isEnded && static_cast<std::size_t>(end) < content.size() &&
+                        content[static_cast<std::size_t>(end)] != '\n';
         piece.hasNul = raw.find('\0') != std::string::npos;
         piece.text = buffer;
         pieces.push_back(piece);
@@ -117,6 +124,11 @@ void judgeForm(const std::string& content, const std::vector<Piece>& pieces, Voi
 }
 
 }  // namespace
+
+std::string closedFolderAdvice(const std::string& path)
+{
+    return "Let everybody enter the folders in which it is (chmod a+x): " + printable(path);
+}
 
 RawFile RawFile::read(const std::string& path, const std::string& what, Findings& findings)
 {

@@ -26,4 +26,7 @@ struct RawFile {
     static RawFile read(const std::string& path, const std::string& what, Findings& findings);
 };
 
+// What to do where a path leads through a folder that may not be entered.
+std::string closedFolderAdvice(const std::string& path);
+
 }  // namespace check

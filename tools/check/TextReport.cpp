@@ -49,8 +49,8 @@ std::string scannersOf(const Session& session)
     if (session.devices) {
         for (const UsbDevice& device : *session.devices) {
             if (isReady(device, session.configurations)) {
-                text += "Ready on USB: " + printable(device.name()) + " (" + device.ids() + ", " +
-                        device.place() + ").\n";
+                text += "Ready on USB: " + printable(nameOf(device, session.configurations)) +
+                        " (" + device.ids() + ", " + device.place() + ").\n";
             }
         }
     }
@@ -68,13 +68,17 @@ std::string scannersOf(const Session& session)
 
 std::string scopeOf(const Session& session)
 {
+    std::size_t configurations = 0;
     std::size_t models = 0;
     for (const ConfFile& file : session.configurations) {
+        configurations += file.isRead ? 1 : 0;
         models += file.models.size();
     }
-    return "Looked at " + plural(session.configurations.size(), "configuration file") + " with " +
+    const auto features = std::count_if(session.features.begin(), session.features.end(),
+                                        [](const FeatureFile& file) { return file.isRead(); });
+    return "Looked at " + plural(configurations, "configuration file") + " with " +
            plural(models, "scanner model") + ", " +
-           plural(session.features.size(), "feature file") +
+           plural(static_cast<std::size_t>(features), "feature file") +
            (session.devices ? ", " + plural(session.devices->size(), "USB device") : "") +
            (session.port ? ", the network" : "") + ".\n";
 }

@@ -38,18 +38,23 @@ std::string modeText(unsigned mode)
     return text;
 }
 
+std::string nameOf(const UsbDevice& device, const ConfModel* model)
+{
+    return device.name().empty() && model != nullptr ? model->name : device.name();
+}
+
 std::string describe(const UsbDevice& device, const ConfModel* model = nullptr)
 {
-    const std::string name =
-        device.name().empty() && model != nullptr ? model->name : device.name();
+    const std::string name = nameOf(device, model);
     return device.ids() + (name.empty() ? "" : " " + quoted(name));
 }
 
-std::string rule(const UsbDevice& device)
+// What udev's hardware database calls it: "usb:v1234p0A1B*".
+std::string hwdbKey(const UsbDevice& device)
 {
-    return "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"" + hexId(device.vendor) +
-           "\", ATTR{idProduct}==\"" + hexId(device.product) +
-           "\", MODE=\"0664\", GROUP=\"scanner\", ENV{libsane_matched}=\"yes\"";
+    char text[32];
+    snprintf(text, sizeof text, "usb:v%04Xp%04X*", device.vendor, device.product);
+    return text;
 }
 
 std::string permissionAdvice(const UsbDevice& device)
@@ -64,9 +69,13 @@ std::string permissionAdvice(const UsbDevice& device)
         return "Join the group: sudo adduser " + userName(geteuid()) + " " +
                printable(device.group) + ", then log out and in again.";
     }
-    return "Give the group scanner access: write the line  " + rule(device) +
-           "  into /etc/udev/rules.d/60-scanlib.rules, run sudo udevadm control --reload, join the "
-           "group (sudo adduser " +
+    return "Give the group scanner access: " + std::string(SCANLIB_HWDB_FILE) +
+           ", which comes with the backends, does so for the scanners that it lists. For another "
+           "one write  " +
+           hwdbKey(device) +
+           "  and below it  libsane_matched=yes  with a blank in front into "
+           "/etc/udev/hwdb.d/61-scanner.hwdb, and run sudo systemd-hwdb update. Join the group "
+           "(sudo adduser " +
            userName(geteuid()) + " scanner), log in again and plug the scanner in again.";
 }
 
@@ -182,6 +191,11 @@ Suggestion suggestLine(const std::vector<ConfFile>& files, unsigned vendor, unsi
     suggestion.line = "usb 0x" + hexId(vendor) + " 0x" + hexId(product) + " " +
                       printable(featureFile) + " " + modelWord(name);
     return suggestion;
+}
+
+std::string nameOf(const UsbDevice& device, const std::vector<ConfFile>& files)
+{
+    return nameOf(device, findModel(files, device.vendor, device.product));
 }
 
 bool isReady(const UsbDevice& device, const std::vector<ConfFile>& files)

@@ -23,6 +23,9 @@ struct Suggestion {
 Suggestion suggestLine(const std::vector<ConfFile>& files, unsigned vendor, unsigned product,
                        const std::string& name);
 
+// What the device says, or the configuration where it says nothing.
+std::string nameOf(const UsbDevice& device, const std::vector<ConfFile>& files);
+
 // Nothing stands in the way of a scan.
 bool isReady(const UsbDevice& device, const std::vector<ConfFile>& files);
 

@@ -209,17 +209,17 @@ private:
 Transfer Transfer::data(Party from, std::uint64_t time, Bytes bytes)
 {
     const std::size_t size = bytes.size();
-    return {Kind::Data, from, time, std::move(bytes), size, {}};
+    return {Kind::Data, from, time, std::move(bytes), size, {}, false};
 }
 
 Transfer Transfer::remark(std::uint64_t time, std::string text)
 {
-    return {Kind::Remark, Party::Host, time, {}, 0, std::move(text)};
+    return {Kind::Remark, Party::Host, time, {}, 0, std::move(text), false};
 }
 
 Transfer Transfer::oddity(std::uint64_t time, std::string text)
 {
-    return {Kind::Oddity, Party::Host, time, {}, 0, std::move(text)};
+    return {Kind::Oddity, Party::Host, time, {}, 0, std::move(text), false};
 }
 
 bool Conversation::hasCommands() const

@@ -20,7 +20,8 @@ struct CommandKind {
 constexpr std::uint8_t kEscape = 0x1B;
 constexpr std::uint8_t kScanClass = 0x53;
 constexpr std::uint8_t kImageCode = 0x02;
-constexpr std::size_t kHeaderSize = 8;  // of commands and replies
+constexpr std::size_t kHeaderSize = 8;    // of commands and replies
+constexpr std::size_t kRecordOffset = 8;  // where the code of a record stands
 constexpr std::uint8_t kNpaMark = 0xA5;
 
 // The kind of a command, or of the reply to one; null if there is none such.

@@ -23,6 +23,9 @@ struct Transfer {
     Bytes bytes;
     std::size_t known = 0;  // so many of the bytes were recorded, the others are made up
     std::string text;
+    // A record of which the host has logged the meaning, not the bytes: length, status and feeder
+    // are made up.
+    bool isRebuilt = false;
 
     static Transfer data(Party from, std::uint64_t time, Bytes bytes);
     static Transfer remark(std::uint64_t time, std::string text);

@@ -36,6 +36,16 @@ std::string rate(std::size_t bytes, std::uint64_t time)
     return text("%.2f MB/s", static_cast<double>(bytes) / static_cast<double>(time));
 }
 
+ByteView recorded(const Transfer& transfer)
+{
+    return ByteView(transfer.bytes).first(transfer.known);
+}
+
+bool isCut(const Transfer& transfer)
+{
+    return transfer.known < transfer.bytes.size();
+}
+
 const Version& orDefault(const Version* version)
 {
     return version != nullptr ? *version : versionOfNumber(326);
@@ -114,7 +124,8 @@ void Dialogue::command(const Transfer& transfer)
     endImage();
     missAnswer();
     const CommandKind* kind = kindOf(unframe(transfer.bytes).command);
-    printMessage(transfer, decodeCommand(transfer.bytes), "");
+    printMessage(transfer, decodeCommand(transfer.bytes, transfer.known), "");
+    isUnseenAsked_ = kind == nullptr && isCut(transfer);
     if (kind != nullptr && kind->isAnswered) {
         asked_ = kind;
         askedAt_ = transfer.time;
@@ -136,11 +147,12 @@ void Dialogue::answer(const Transfer& transfer)
     const bool isInBlock = isScanning_ && blocks_.pending() > 0;
     if (isReply(bytes) && !isInBlock) {
         reply(transfer);
-    } else if (isRecord(bytes, isScanning_ ? blocks_.pending() : 0)) {
+    } else if (transfer.known > kRecordOffset &&
+               isRecord(bytes, isScanning_ ? blocks_.pending() : 0)) {
         record(transfer);
     } else if (isScanning_) {
         image(transfer);
-    } else if (asked_ != nullptr || kindOf(bytes) != nullptr) {
+    } else if (asked_ != nullptr || isUnseenAsked_ || kindOf(bytes) != nullptr) {
         reply(transfer);
     } else if (transfer.bytes.empty()) {
         printHead(transfer.time, "scanner", "nothing");
@@ -152,21 +164,26 @@ void Dialogue::answer(const Transfer& transfer)
 void Dialogue::reply(const Transfer& transfer)
 {
     endImage();
-    const CommandKind* kind = kindOf(transfer.bytes);
+    const ByteView bytes = recorded(transfer);
+    // Where the recording does not show what was asked or answered, it was what it should be.
+    const CommandKind* kind = isCut(transfer) && bytes.size() < 3 ? asked_ : kindOf(bytes);
     const bool isWaiting = asked_ != nullptr && conversation_.hasTimes;
-    printMessage(transfer, decodeReply(transfer.bytes, asked_),
+    printMessage(transfer, decodeReply(bytes, isUnseenAsked_ ? kind : asked_),
                  isWaiting ? " after " + duration(askedAt_, transfer.time) : "");
     if (kind != nullptr && kind == asked_) {
         isScanning_ = isScanning_ || kind->id == COMMAND_START;
         isScanning_ = isScanning_ && kind->id != COMMAND_UNLOCK;
         asked_ = nullptr;
     }
+    isUnseenAsked_ = false;
 }
 
 void Dialogue::record(const Transfer& transfer)
 {
     endImage();
-    printMessage(transfer, decodeRecord(transfer.bytes), "");
+    const ByteView bytes = recorded(transfer);
+    printMessage(transfer, transfer.isRebuilt ? decodeRebuiltRecord(bytes) : decodeRecord(bytes),
+                 "");
     isScanning_ = isScanning_ && !endsPage(transfer.bytes);
 }
 
@@ -231,14 +248,24 @@ void Dialogue::printMessage(const Transfer& transfer, const Message& message,
 {
     printHead(transfer.time, transfer.from == Party::Host ? "host" : "scanner",
               message.title + behind);
-    if (options_.showsBytes) {
-        const ByteView bytes = ByteView(transfer.bytes).first(kMostBytesShown);
+    if (options_.showsBytes && !transfer.isRebuilt) {
+        const ByteView bytes = recorded(transfer).first(kMostBytesShown);
         for (std::size_t at = 0; at < bytes.size(); at += kBytesALine) {
             out_ << kIndent << "| " << hex(bytes.part(at, kBytesALine), kBytesALine) << '\n';
         }
     }
     for (const Row& row : message.rows) {
         printRow(row);
+    }
+    if (transfer.isRebuilt) {
+        out_ << kIndent << "the rest of it is not in the log\n";
+        return;
+    }
+    if (isCut(transfer)) {
+        // Whether something is odd cannot be told then: what seems to be too short is not.
+        out_ << kIndent << counted(transfer.bytes.size() - transfer.known, "byte")
+             << " of it not recorded\n";
+        return;
     }
     for (const std::string& what : message.oddities) {
         out_ << kIndent;

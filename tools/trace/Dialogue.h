@@ -61,6 +61,7 @@ private:
     bool isScanning_ = false;  // an image may come
     const CommandKind* asked_ = nullptr;
     std::uint64_t askedAt_ = 0;
+    bool isUnseenAsked_ = false;  // the command is one that the recording does not show
 };
 
 // The protocol version that the parameters of the first lock or start tell, or that a wake

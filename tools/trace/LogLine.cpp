@@ -27,10 +27,15 @@ std::uint64_t fraction(const char* text)
     return value;
 }
 
-// Differences are all that counts: months may as well have 31 days.
+// Since some day long ago; `month` counts from 1.
 std::uint64_t moment(unsigned year, unsigned month, unsigned day, unsigned seconds)
 {
-    const std::uint64_t days = (std::uint64_t{year} * 12 + month) * 31 + day;
+    // Years that begin in March have the day that is not always there at their end. 400 of them
+    // more change nothing but that there is no year -1.
+    const std::uint64_t months = (std::uint64_t{year} + 400) * 12 + month - 3;
+    const std::uint64_t years = months / 12;
+    const std::uint64_t days =
+        years * 365 + years / 4 - years / 100 + years / 400 + (months % 12 * 153 + 2) / 5 + day;
     return (days * 86400 + seconds) * kSecond;
 }
 
@@ -48,7 +53,8 @@ std::optional<std::uint64_t> traditionalTime(const char* line)
     if (month == nullptr) {
         return std::nullopt;
     }
-    return moment(0, static_cast<unsigned>(month - kMonths) / 3, day,
+    constexpr unsigned kSomeYear = 2001;
+    return moment(kSomeYear, static_cast<unsigned>(month - kMonths) / 3 + 1, day,
                   (hour * 60 + minute) * 60 + second) +
            fraction(line + used);
 }

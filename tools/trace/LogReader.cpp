@@ -21,7 +21,6 @@ namespace {
 constexpr std::size_t kLongestTransfer = 1 << 20;
 constexpr std::size_t kReplyRoom = 512;
 constexpr std::size_t kFrameHeaderSize = HBN3::kHeaderSize;
-constexpr std::size_t kRecordOffset = 8;
 constexpr std::size_t kMarkerSize = 31;
 constexpr std::uint8_t kGood = 0x80;
 
@@ -76,10 +75,11 @@ public:
         if (line.time) {
             time_ = *line.time;
         }
-        result_.hasTimes = result_.hasTimes && line.time.has_value();
         if (!line.hasMark) {
             return addUnmarked(line.message);
         }
+        // Others may be the second half of a message, or what a journal says of itself.
+        result_.hasTimes = result_.hasTimes && line.time.has_value();
         endDump();
         if (line.function != "readReply") {
             endReply();
@@ -271,9 +271,12 @@ private:
         const bool isRecord = !read.isImage && *read.size > kRecordOffset && result > 0 &&
                               result < 0x100 && result != RECORD_NO_DATA_YET;
         Bytes bytes = isRecord ? record(read, static_cast<std::uint8_t>(result)) : read.start;
-        const std::size_t known = isRecord ? *read.size : bytes.size();
+        // The host logs the geometry of a page marker, and the code of every record.
+        const bool isMarker = isRecord && !read.marker.empty();
+        const std::size_t known = isRecord && !isMarker ? kRecordOffset + 1 : bytes.size();
         bytes.resize(*read.size, kMadeUp);
         say(Party::Scanner, std::move(bytes), known);
+        result_.transfers.back().isRebuilt = isRecord;
     }
 
     struct Read {

@@ -13,7 +13,6 @@ namespace trace {
 namespace {
 
 constexpr std::uint8_t kWantsReply = 0x80;
-constexpr std::size_t kRecordOffset = 8;
 constexpr std::size_t kPropertiesHeadSize = 7;
 constexpr std::size_t kMarkerSize = 31;
 constexpr std::size_t kReplyRoom = 512;  // what the host reads of a reply on USB
@@ -60,11 +59,30 @@ void checkHeader(const CommandKind& kind, ByteView command, std::vector<std::str
 
 void addNpaRows(ByteView frame, std::vector<Row>& rows)
 {
-    if (!frame.empty()) {
+    if (frame.has(1, 2)) {
         rows.push_back(
             {"NPA length", std::to_string(frame.big(1, 2)) + " bytes", frame.part(1, 2)});
+    }
+    if (frame.has(11, 1)) {
         rows.push_back({"NPA padding", std::to_string(frame[11]) + " bytes", frame.part(11, 1)});
     }
+}
+
+// What of piece lies in front; both are of the same bytes, of which front has the first.
+ByteView common(ByteView piece, ByteView front)
+{
+    if (piece.empty()) {
+        return piece;
+    }
+    return piece.first(
+        static_cast<std::size_t>(std::max<std::ptrdiff_t>(front.end() - piece.begin(), 0)));
+}
+
+// Status and feeder, as far as they came.
+std::string replyWords(ByteView bytes)
+{
+    const std::string status = bytes.has(6, 1) ? ": " + statusWords(bytes[6]) : "";
+    return bytes.has(7, 1) ? status + ", " + feederWords(bytes[7]) : status;
 }
 
 // The records of the sources, and of the resolutions in each; the counts are not trusted.
@@ -115,11 +133,32 @@ void checkLength(ByteView bytes, const char* what, Message& message)
     }
 }
 
+void addRecord(ByteView bytes, Message& message)
+{
+    const std::uint8_t code = bytes[kRecordOffset];
+    message.title = "record: " + recordWords(code);
+    if (code == RECORD_PAGE_MARKER) {
+        addRows(kMarkerFields, bytes, message.rows);
+        if (bytes.size() < kMarkerSize) {
+            message.oddities.push_back("page marker too short: " +
+                                       count(bytes.size(), kMarkerSize));
+        }
+    }
+}
+
 }  // namespace
 
 Message decodeCommand(ByteView bytes)
 {
-    const Unframed unframed = unframe(bytes);
+    return decodeCommand(bytes, bytes.size());
+}
+
+Message decodeCommand(ByteView bytes, std::size_t known)
+{
+    Unframed unframed = unframe(bytes);
+    const ByteView recorded = bytes.first(known);
+    unframed.command = common(unframed.command, recorded);
+    unframed.frame = common(unframed.frame, recorded);
     const CommandKind* kind = kindOf(unframed.command);
     Message message;
     message.title = kind != nullptr ? kind->name : "unknown command";
@@ -145,8 +184,7 @@ Message decodeReply(ByteView bytes, const CommandKind* asked)
 {
     const CommandKind* kind = kindOf(bytes);
     Message message;
-    message.title = std::string(kind != nullptr ? kind->name : "unknown reply") + ": " +
-                    statusWords(bytes[6]) + ", " + feederWords(bytes[7]);
+    message.title = (kind != nullptr ? kind->name : "unknown reply") + replyWords(bytes);
     addRows(kReplyFields, bytes, message.rows);
     if (bytes.size() < kHeaderSize) {
         message.oddities.push_back("reply too short: " + count(bytes.size(), kHeaderSize));
@@ -172,17 +210,16 @@ Message decodeReply(ByteView bytes, const CommandKind* asked)
 Message decodeRecord(ByteView bytes)
 {
     Message message;
-    const std::uint8_t code = bytes[kRecordOffset];
-    message.title = "record: " + recordWords(code);
     addRows(kReplyFields, bytes, message.rows);
-    if (code == RECORD_PAGE_MARKER) {
-        addRows(kMarkerFields, bytes, message.rows);
-        if (bytes.size() < kMarkerSize) {
-            message.oddities.push_back("page marker too short: " +
-                                       count(bytes.size(), kMarkerSize));
-        }
-    }
+    addRecord(bytes, message);
     checkLength(bytes, "record", message);
+    return message;
+}
+
+Message decodeRebuiltRecord(ByteView bytes)
+{
+    Message message;
+    addRecord(bytes, message);
     return message;
 }
 

@@ -18,9 +18,13 @@ struct Message {
 };
 
 Message decodeCommand(ByteView bytes);
+// Only the first `known` bytes are real.
+Message decodeCommand(ByteView bytes, std::size_t known);
 // `asked` is the kind of the command that waits for a reply, or null.
 Message decodeReply(ByteView bytes, const CommandKind* asked);
 Message decodeRecord(ByteView bytes);
+// Of one whose length, status and feeder are made up.
+Message decodeRebuiltRecord(ByteView bytes);
 
 // What the host takes for a record, inside an image block of which `pending` bytes are to come.
 bool isRecord(ByteView bytes, std::size_t pending);

@@ -82,7 +82,11 @@ int run(const Options& options)
         save(conversations, options.saveFile);
         return 0;
     }
-    return print(conversations, options) > 0 ? kOdd : 0;
+    const std::size_t oddities = print(conversations, options);
+    if (!std::cout.flush()) {
+        throw std::runtime_error("what was found could not be written");
+    }
+    return oddities > 0 ? kOdd : 0;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "Support.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace check;
 using testing::ElementsAre;
@@ -154,7 +155,11 @@ TEST(CheckConf, LinesThatAreTooLong)
     EXPECT_EQ(file.models[0].line, 1);
     EXPECT_EQ(file.models[1].line, 2);
     // As long as a line can be.
-    EXPECT_THAT(codesOfFile(comment.substr(0, 4094) + "\nusb 1 3 @ B\n"), ElementsAre());
+    EXPECT_THAT(codesOfFile(comment + "\nusb 1 3 @ B\n", &file), ElementsAre());
+    ASSERT_EQ(file.models.size(), 1U);
+    EXPECT_EQ(file.models[0].line, 2);
+    EXPECT_THAT(codesOfFile(comment + "x\nusb 1 3 @ B\n"),
+                ElementsAre("error 1 line-too-long", "error 1 wrong-word"));
 }
 
 TEST(CheckConf, FilesThatCannotBeRead)
@@ -177,6 +182,30 @@ TEST(CheckConf, FeatureFilesForSomeUsersOnly)
     Findings findings;
     ConfFile::read(folder.write("a.conf", "usb 1 2 " + features + " X\n"), findings);
     EXPECT_THAT(codesOf(findings), ElementsAre("warning 1 feature-file-private"));
+}
+
+TEST(CheckConf, FilesInAFolderThatMayNotBeEntered)
+{
+    const Folder folder;
+    const std::string features = folder.write("closed/a.ini", "");
+    const std::string inside = folder.write("closed/a.conf", "");
+    const std::string outside = folder.write("a.conf", "usb 1 2 " + features + " X\n");
+    chmod((folder / "").c_str(), 0755);
+    chmod((folder / "closed").c_str(), 0);
+    const uid_t user = geteuid();
+    constexpr uid_t kNobody = 65534;
+    if (user == 0 && seteuid(kNobody) != 0) {
+        GTEST_SKIP() << "nothing is closed to root, and there is no other user here";
+    }
+    Findings findings;
+    EXPECT_FALSE(ConfFile::read(inside, findings).isRead);
+    EXPECT_TRUE(ConfFile::read(outside, findings).isRead);
+    EXPECT_EQ(seteuid(user), 0);
+    chmod((folder / "closed").c_str(), 0700);
+    EXPECT_THAT(codesOf(findings),
+                ElementsAre("error 0 file-unreadable", "error 1 feature-file-unreadable"));
+    EXPECT_THAT(findings[1].message, HasSubstr("a.ini' may not be read by you, so opening 'X'"));
+    EXPECT_THAT(findings[1].advice, HasSubstr("enter the folders"));
 }
 
 TEST(CheckConf, IdsInTwoFiles)

@@ -3,7 +3,10 @@
 #include "Discoverer.h"
 #include "Probe.h"
 #include "Support.h"
+#include "TextReport.h"
 #include "UsbCheck.h"
+
+#include <unistd.h>
 
 using namespace check;
 using testing::ElementsAre;
@@ -55,6 +58,16 @@ TEST_F(CheckDevices, AGoodDeviceIsReady)
     EXPECT_THAT(codesOf(judged({})), ElementsAre("note 0 usb-none"));
 }
 
+TEST_F(CheckDevices, ANamelessOneHasTheNameOfItsLine)
+{
+    device.vendorName = device.productName = "";
+    Session session;
+    session.configurations = files;
+    session.devices = {device};
+    EXPECT_THAT(textReport(session, false, false),
+                HasSubstr("Ready on USB: A B (1234:3260, usb 001:002).\n"));
+}
+
 TEST_F(CheckDevices, WithoutPermission)
 {
     device.isWritable = false;
@@ -62,6 +75,25 @@ TEST_F(CheckDevices, WithoutPermission)
     EXPECT_THAT(codesOf(findings), ElementsAre("error 0 usb-no-permission"));
     EXPECT_THAT(findings[0].message, HasSubstr("owner root, group scanner, mode 0664"));
     EXPECT_FALSE(isReady(device, files));
+}
+
+TEST_F(CheckDevices, WhoMayUseThemIsSaidInTheHardwareDatabase)
+{
+    device.isWritable = false;
+    device.group = "root";
+    device.product = 0xab1;
+    files = {ConfFile::read(folder.write("b.conf", "usb 1234 ab1 " + features + " X\n"), unused)};
+    const uid_t user = geteuid();
+    constexpr uid_t kNobody = 65534;
+    if (user == 0 && seteuid(kNobody) != 0) {
+        GTEST_SKIP() << "root gets other advice, and there is no other user here";
+    }
+    const Findings findings = judged({device});
+    EXPECT_EQ(seteuid(user), 0);
+    ASSERT_THAT(codesOf(findings), ElementsAre("error 0 usb-no-permission"));
+    EXPECT_THAT(findings[0].advice, HasSubstr("/hwdb.d/60-scanlib.hwdb, which comes with"));
+    EXPECT_THAT(findings[0].advice, HasSubstr("  usb:v1234p0AB1*  "));
+    EXPECT_THAT(findings[0].advice, HasSubstr("systemd-hwdb update"));
 }
 
 TEST_F(CheckDevices, WithoutInterface)

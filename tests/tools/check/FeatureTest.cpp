@@ -92,6 +92,7 @@ INSTANTIATE_TEST_SUITE_P(
         LineCase{
             "TooLarge", "[INTEGERS]\nCURRENTDPI=99999999999", {"error 2 number-too-large"}, ""},
         LineCase{"Infinite", "[DOUBLES]\nTOPLEFTX=inf", {"error 2 number-too-large"}, "inf"},
+        LineCase{"NotANumber", "[DOUBLES]\nTOPLEFTX=nan", {"error 2 not-a-number"}, "is none."},
         LineCase{"Protocol",
                  "[INTEGERS]\nCOMMANDVERSION=400",
                  {"error 2 value-not-allowed"},

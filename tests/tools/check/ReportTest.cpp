@@ -49,6 +49,18 @@ TEST(CheckReport, TextLooksLikeACompilers)
     EXPECT_THAT(textReport(Session(), false, false), HasSubstr("Nothing is wrong."));
 }
 
+TEST(CheckReport, FilesThatWereNotReadWereNotLookedAt)
+{
+    Session session;
+    session.configurations.resize(2);
+    session.features.resize(1);
+    EXPECT_THAT(
+        textReport(session, false, false),
+        HasSubstr("Looked at 0 configuration files with 0 scanner models, 0 feature files"));
+    session.configurations[1].isRead = true;
+    EXPECT_THAT(textReport(session, false, false), HasSubstr("Looked at 1 configuration file "));
+}
+
 TEST(CheckReport, QuietTextHasNoNotesAndNoSummary)
 {
     EXPECT_EQ(textReport(withFindings(), true, false),

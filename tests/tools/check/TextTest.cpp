@@ -3,6 +3,9 @@
 #include "Support.h"
 #include "Text.h"
 
+#include <filesystem>
+#include <regex>
+
 using namespace check;
 
 TEST(CheckText, PlainTextStays)
@@ -69,6 +72,36 @@ TEST(CheckKeys, TheManualListsThemAll)
     for (const Key& key : knownKeys()) {
         EXPECT_THAT(page, testing::ContainsRegex("[^A-Z_]" + key.name + "[^A-Z_]"));
     }
+}
+
+TEST(CheckCodes, TheManualListsThemAll)
+{
+    std::ifstream page(MAN_PAGE);
+    std::string line;
+    std::string listed = ",";
+    for (bool isIn = false; std::getline(page, line);) {
+        isIn = line == ".SH CODES" || (isIn && line.rfind(".SH", 0) != 0);
+        listed += isIn ? line + "," : "";
+    }
+    for (std::size_t at = 0; (at = listed.find_first_of("\\ ", at)) != std::string::npos;) {
+        listed.erase(at, 1);
+    }
+    // Every text in the sources that looks like one.
+    const std::regex code("\"([a-z0-9]+(?:-[a-z0-9]+)+|crlf)\"");
+    int found = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(CHECK_FOLDER)) {
+        std::ifstream file(entry.path());
+        const std::string text{std::istreambuf_iterator<char>(file),
+                               std::istreambuf_iterator<char>()};
+        for (std::sregex_iterator at(text.begin(), text.end(), code), end; at != end; ++at) {
+            const std::string name = (*at)[1];
+            if (name != "scanlib-check") {
+                ++found;
+                EXPECT_THAT(listed, testing::HasSubstr("," + name + ",")) << entry.path();
+            }
+        }
+    }
+    EXPECT_GT(found, 80);
 }
 
 TEST(CheckKeys, ResolutionsAreNumberedFromOneWithoutZerosInFront)

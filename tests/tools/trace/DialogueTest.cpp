@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 namespace {
 
 using namespace tracetest;
@@ -85,6 +87,43 @@ TEST(TraceDialogue, FlagsWhatIsOdd)
     EXPECT_THAT(printed(page(326, {Bytes(100, 7)})),
                 HasSubstr("ODD: 100 bytes without a block header, taken for image\n"));
     EXPECT_THAT(printed({scanner(0, Bytes(100, 7))}), HasSubstr("ODD: no scan was started\n"));
+}
+
+// Recordings with short packets: nothing is told of what is not there.
+TEST(TraceDialogue, WhatWasNotRecordedIsNotShown)
+{
+    const auto cut = [](trace::Transfer transfer, std::size_t known) {
+        std::fill(transfer.bytes.begin() + static_cast<long>(known), transfer.bytes.end(),
+                  trace::kMadeUp);
+        transfer.known = known;
+        return transfer;
+    };
+    const Bytes wake = inNpaFrame(bytes("1B 44 04 00 00 00 80 00"));
+    const Bytes awake = bytes("1B 44 04 00 00 00 80 02");
+    const Bytes ask = bytes("1B 53 03 00 00 00 80 00");
+    EXPECT_EQ(printed({host(0, wake), scanner(0, awake)}),
+              printed({cut(host(0, wake), wake.size()), scanner(0, awake)}));
+    for (std::size_t known = 0; known < wake.size(); ++known) {
+        const std::string text = printed({cut(host(0, wake), known), scanner(0, awake)});
+        EXPECT_THAT(text, AllOf(Not(HasSubstr("255")), Not(HasSubstr("FF")), Not(HasSubstr("ODD")),
+                                HasSubstr(" of it not recorded\n")))
+            << known;
+        EXPECT_THAT(text, HasSubstr(known > 14 ? "host     wake (in" : "host     unknown command"));
+    }
+    for (std::size_t known = 0; known < properties().size(); ++known) {
+        const std::string text = printed({host(0, ask), cut(scanner(0, properties()), known)});
+        EXPECT_THAT(text, AllOf(Not(HasSubstr("255)")), Not(HasSubstr("4294")),
+                                Not(HasSubstr("ODD")), HasSubstr(" of it not recorded\n")))
+            << known;
+        EXPECT_EQ(text.find(": good (128)") != std::string::npos, known > 6) << known;
+    }
+    EXPECT_THAT(printed({cut(host(0, wake), 0), cut(scanner(0, awake), 0)}),
+                AllOf(HasSubstr("scanner  unknown reply\n"), Not(HasSubstr("ODD"))));
+    const Bytes lock = scanCommand(0x05, 402);
+    const std::string text = printed({cut(host(0, lock), 18)});
+    EXPECT_THAT(text,
+                AllOf(HasSubstr("width                    637 pixels\n"), HasSubstr(", cut off\n"),
+                      Not(HasSubstr("offset")), HasSubstr("25 bytes of it not recorded\n")));
 }
 
 TEST(TraceDialogue, ShowsBytesBesideTheirMeaning)

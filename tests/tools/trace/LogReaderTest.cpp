@@ -12,6 +12,7 @@ namespace {
 
 using namespace tracetest;
 using testing::HasSubstr;
+using testing::Not;
 using trace::Bytes;
 using trace::Conversation;
 
@@ -101,11 +102,28 @@ TEST(TraceLog, TimesAreThoseOfTheLines)
 {
     const auto micro = [](const std::string& line) { return *trace::readLogLine(line).time; };
     EXPECT_EQ(micro("Nov 22 07:10:55 h x: ") - micro("Nov 22 07:10:54 h x: "), 1000000U);
-    EXPECT_EQ(micro("Dec  1 00:00:00 h x: ") > micro("Nov 30 23:59:59 h x: "), true);
+    EXPECT_EQ(micro("Dec  1 00:00:00 h x: ") - micro("Nov 30 23:59:59 h x: "), 1000000U);
+    EXPECT_EQ(micro("Mar  1 00:00:00 h x: ") - micro("Feb 28 23:59:59 h x: "), 1000000U);
+    EXPECT_EQ(micro("2028-03-01T00:00:00 h x: ") - micro("2028-02-29T23:59:59 h x: "), 1000000U);
+    EXPECT_EQ(micro("2027-01-01 00:00:00 h x: ") - micro("2026-12-31 23:59:59 h x: "), 1000000U);
     EXPECT_EQ(micro("2026-11-22T07:10:55.5+01:00 h") - micro("2026-11-22T07:10:54.25+01:00 h"),
               1250000U);
     EXPECT_EQ(micro("[   12.000001] h x[1]: "), 12000001U);
     EXPECT_FALSE(trace::readLogLine("[P:1 T:2] src/x.cpp       : 1    Read    -- x").time);
+}
+
+// A message of two lines, or what a journal says of itself.
+TEST(TraceLog, TimesSurviveAForeignLine)
+{
+    const std::string prefix = kPrefixes[3];
+    for (const std::string foreign : {"\n", "-- Boot 1f2e --\n", "    second half\n"}) {
+        const auto conversations =
+            read(usbCommand(prefix, 123, scanCommand(0x05, 402), bytes("1B 53 05 00 00 00 80 00")) +
+                 foreign + usbCommand(prefix, 123, kUnlock, kUnlocked));
+        ASSERT_EQ(conversations.size(), 1U);
+        EXPECT_TRUE(conversations[0].hasTimes) << foreign;
+        EXPECT_EQ(conversations[0].transfers.size(), 4U) << foreign;
+    }
 }
 
 std::string networkDump(int process, const char* function, const char* message, const Bytes& bytes,
@@ -199,6 +217,26 @@ TEST(TraceLog, RecordsAndSizesOfTheImage)
     EXPECT_THAT(printed(conversations[0]), HasSubstr("image: 999 bytes in 1 block"));
     EXPECT_THAT(printed(conversations[0]), HasSubstr("988 bytes of it not recorded\n"));
     EXPECT_THAT(printed(conversations[0]), HasSubstr("record: end of the page (1)\n"));
+}
+
+// The host does not log length, status and feeder of a record.
+TEST(TraceLog, WhatIsNotLoggedOfARecordIsNotShown)
+{
+    const auto conversations = read(
+        usbCommand("", 5, scanCommand(0x05, 326), bytes("1B 53 05 00 00 00 80 02")) +
+        usbCommand("", 5, scanCommand(0x01, 326), bytes("1B 53 01 00 00 00 80 02")) +
+        usbRead(31, 9, marked("", 5, "processPageMarker", " -> width = 637")) + usbRead(31, 1, ""));
+    ASSERT_EQ(conversations.size(), 1U);
+    for (const bool showsBytes : {false, true}) {
+        const std::string text = printed(conversations[0], showsBytes);
+        const std::string records = text.substr(text.find("record: page marker"));
+        EXPECT_THAT(records, HasSubstr("width                    637 pixels"));
+        EXPECT_THAT(records, HasSubstr("the rest of it is not in the log\n"));
+        EXPECT_THAT(records, HasSubstr("record: end of the page (1)\n"));
+        for (const char* made : {"length ", "status ", "feeder ", "| ", "ODD"}) {
+            EXPECT_THAT(records, Not(HasSubstr(made)));
+        }
+    }
 }
 
 }  // namespace

@@ -165,6 +165,13 @@ class Samples(TraceTestCase):
                           ["--nonsense", "x"]]:
             self.trace(*arguments, status=2)
 
+    def test_output_that_cannot_be_written_is_no_success(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([TRACE, SAMPLES / "usb-401.capture"], stdout=full,
+                                    stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+        self.assertEqual(result.returncode, 2)
+        self.assertIn("could not be written", result.stderr)
+
     def test_odd_recordings_tell_by_the_exit_status(self):
         cut = self.folder / "cut.pcap"
         cut.write_bytes((SAMPLES / "usb-401.pcap").read_bytes()[:-100])
