@@ -9,13 +9,15 @@ import time
 import traceback
 from pathlib import Path
 
+import gscan2pdf
 import scanbd
 import simple_scan
 import xsane
 from desktop import Display
 from trial import Trial
 
-FRONT_ENDS = {"simple-scan": simple_scan, "xsane": xsane, "scanbd": scanbd}
+FRONT_ENDS = {"simple-scan": simple_scan, "xsane": xsane, "gscan2pdf": gscan2pdf,
+              "scanbd": scanbd}
 
 
 def attempt(step, trial):
