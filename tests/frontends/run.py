@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
-"""Tries the graphical front ends on simulated scanners, see scripts/try-frontends.
+"""Tries front ends on simulated scanners, see scripts/try-frontends.
 
 Arguments: the simulation, the folder for what comes of it, and which front ends, if not all."""
 
@@ -9,12 +9,15 @@ import time
 import traceback
 from pathlib import Path
 
+import gscan2pdf
+import scanbd
 import simple_scan
 import xsane
 from desktop import Display
 from trial import Trial
 
-FRONT_ENDS = {"simple-scan": simple_scan, "xsane": xsane}
+FRONT_ENDS = {"simple-scan": simple_scan, "xsane": xsane, "gscan2pdf": gscan2pdf,
+              "scanbd": scanbd}
 
 
 def attempt(step, trial):

@@ -31,12 +31,13 @@ class Trial:
         self.home = folder / "home"
         self.played = folder / "played"
         self.process = None
-        for made in (self.home, self.played):
+        for made in (self.home / "tmp", self.played):
             made.mkdir(parents=True)
 
     def start(self, program, devices, command):
         environment = dict(os.environ, HOME=str(self.home), XDG_CONFIG_HOME=str(self.home / "c"),
-                           XDG_CACHE_HOME=str(self.home / "cache"), GSETTINGS_BACKEND="memory")
+                           XDG_CACHE_HOME=str(self.home / "cache"), GSETTINGS_BACKEND="memory",
+                           TMPDIR=str(self.home / "tmp"))
         with open(self.folder / "log", "w") as log:
             self.process = subprocess.Popen(
                 [self.simulation, "--record", str(self.played), *devices, "--", *command],
@@ -49,10 +50,13 @@ class Trial:
         self.display.screenshot(self.folder / f"{name}.png")
 
     def quit(self):
-        """The program ends by itself, and the scanners have nothing to complain about."""
         point_at(self.program.shown("frame")[-1])
         send_keys("ctrl+q")
-        status = self.process.wait(QUIT_SECONDS)
+        self.wait_for_end()
+
+    def wait_for_end(self, seconds=QUIT_SECONDS):
+        """By itself, and the scanners have nothing to complain about."""
+        status = self.process.wait(seconds)
         require(status == 0, f"ended with status {status}, see {self.folder / 'log'}")
 
     def stop(self):
