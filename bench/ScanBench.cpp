@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
+#include <map>
 
 namespace {
 
@@ -18,6 +19,7 @@ using bench::Scene;
 using bench::Stage;
 
 constexpr int kRounds = 15;
+constexpr int kTurns = 5;
 constexpr std::size_t kMostBytes = 8192;  // of a transfer or a frame
 
 void report(const char* name, double value)
@@ -82,20 +84,41 @@ void measureCompressed(const std::string& paper)
            bench::ratioOf([&] { libjpeg.decode(); }, [&] { stage.scan(); }, kRounds));
 }
 
+struct PixelCosts {
+    std::vector<double> seconds;
+    std::vector<double> ratios;
+};
+
+void scanPixels(const std::string& paper, int dpi, PixelCosts* costs)
+{
+    Scene scene = bench::rawScene(paper, dpi);
+    // The same number of bytes at each resolution but the lowest two, which the bed limits.
+    scene.job.width = 60960.0 / dpi;
+    scene.job.height = 60960.0 / dpi;
+    Stage stage(scene);
+    const double pixels = static_cast<double>(stage.pageBytes()) / 3;
+    for (int i = 0; i < kRounds; ++i) {
+        const double scan = bench::cpuSeconds([&] { stage.scan(); });
+        const double copies = bench::cpuSeconds([&] { copyAll(stage.recording(), nullptr); });
+        costs->seconds.push_back(scan / pixels);
+        costs->ratios.push_back(scan / copies);
+    }
+}
+
+// Each page beside the copies of its own bytes, and all in turn: the clock of a processor, or who
+// shares it, changes from one second to the next.
 void measurePixels(const std::string& paper)
 {
-    for (const int dpi : {75, 150, 300, 600, 1200}) {
-        Scene scene = bench::rawScene(paper, dpi);
-        // The same number of bytes at each resolution but the lowest two, which the bed limits.
-        scene.job.width = 60960.0 / dpi;
-        scene.job.height = 60960.0 / dpi;
-        Stage stage(scene);
-        std::vector<double> costs;
-        for (int i = 0; i <= kRounds; ++i) {
-            costs.push_back(bench::cpuSeconds([&] { stage.scan(); }));
+    std::map<int, PixelCosts> costs;
+    for (int turn = 0; turn < kTurns; ++turn) {
+        for (const int dpi : {75, 150, 300, 600, 1200}) {
+            scanPixels(paper, dpi, &costs[dpi]);
         }
-        report(("pixel-ns-" + std::to_string(dpi)).c_str(),
-               bench::median(costs) * 1e9 / (static_cast<double>(stage.pageBytes()) / 3));
+    }
+    for (const auto& [dpi, cost] : costs) {
+        const std::string name = "pixel-" + std::to_string(dpi);
+        report((name + "-ns").c_str(), bench::median(cost.seconds) * 1e9);
+        report((name + "-to-memcpy").c_str(), bench::median(cost.ratios));
     }
 }
 

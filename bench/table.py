@@ -31,7 +31,7 @@ ROWS = [
      "scanimage-to-test-backend", AT_LEAST, 2.0),
     ("Memory of scanimage for a 600 dpi colour page, KB", "memory-KB-page", AT_MOST, 4096),
     ("    for twice the page", "memory-KB-twice-the-page", AT_MOST, 4096),
-    ("A pixel, largest beside smallest of 300, 600 and 1200 dpi", "pixel-spread", AT_MOST, 1.15),
+    ("A pixel beside its copies, largest by smallest of 300 to 1200 dpi", "pixel-spread", AT_MOST, 1.15),
     ("From open to the first byte, simulated scanner, ms", "open-to-first-byte-ms", None, None),
     ("From cancel to its return, ms", "cancel-to-return-ms", None, None),
 ]
@@ -46,7 +46,7 @@ def read_figures(lines):
     for name in [name for name in figures if name.startswith("decoder-")]:
         plain = name.rpartition("-")[0]
         figures[plain] = max(figures[name], figures.get(plain, 0))
-    costs = [figures[f"pixel-ns-{dpi}"] for dpi in (300, 600, 1200)]
+    costs = [figures[f"pixel-{dpi}-to-memcpy"] for dpi in (300, 600, 1200)]
     figures["pixel-spread"] = max(costs) / min(costs)
     return figures
 

@@ -57,44 +57,37 @@ private:
 #define SL_PREFIX_ARGS \
     static_cast<int>(getpid()), static_cast<int>(pthread_self()), __FILE__, __LINE__, __func__
 
-#define SL_TRACE_TO(logger, fmt, ...)                                                            \
+// Where a transfer writes several lines, the switch is read once for all of them: isOn is what
+// debugEnabled() gave.
+#define SL_TRACE_TO_IF(isOn, logger, fmt, ...)                                                   \
     do {                                                                                         \
-        if (CLogger::debugEnabled()) {                                                           \
+        if (isOn) {                                                                              \
             (logger).log_debug(SL_PREFIX_FORMAT fmt, SL_PREFIX_ARGS __VA_OPT__(, ) __VA_ARGS__); \
         }                                                                                        \
     } while (0)
 
-// Where a transfer writes several lines, the switch is read once for all of them: isOn is what
-// debugEnabled() gave.
-#define SL_TRACE_IF(isOn, fmt, ...)                                                     \
-    do {                                                                                \
-        if (isOn) {                                                                     \
-            log_debug(SL_PREFIX_FORMAT fmt, SL_PREFIX_ARGS __VA_OPT__(, ) __VA_ARGS__); \
-        }                                                                               \
-    } while (0)
+#define SL_TRACE_TO(logger, fmt, ...) \
+    SL_TRACE_TO_IF(CLogger::debugEnabled(), logger, fmt __VA_OPT__(, ) __VA_ARGS__)
 
 // Inside a member function of a class derived from CLogger.
 #define SL_TRACE(fmt, ...) SL_TRACE_TO(*this, fmt __VA_OPT__(, ) __VA_ARGS__)
+#define SL_TRACE_IF(isOn, fmt, ...) SL_TRACE_TO_IF(isOn, *this, fmt __VA_OPT__(, ) __VA_ARGS__)
 
-#define SL_START_TO(logger) SL_TRACE_TO(logger, "::::::::::::::: METHOD START ::::::::::::::: ")
+#define SL_START_TO_IF(isOn, logger) \
+    SL_TRACE_TO_IF(isOn, logger, "::::::::::::::: METHOD START ::::::::::::::: ")
 #define SL_END_TO(logger) SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: ")
-#define SL_RETURN_TO(logger, result)                                         \
-    do {                                                                     \
-        const auto slResult_ = result;                                       \
-        SL_TRACE_TO(logger, "::::::::::::::: METHOD END ::::::::::::::: %d", \
-                    static_cast<int>(slResult_));                            \
-        return slResult_;                                                    \
+#define SL_RETURN_TO_IF(isOn, logger, result)                                         \
+    do {                                                                              \
+        const auto slResult_ = result;                                                \
+        SL_TRACE_TO_IF(isOn, logger, "::::::::::::::: METHOD END ::::::::::::::: %d", \
+                       static_cast<int>(slResult_));                                  \
+        return slResult_;                                                             \
     } while (0)
 
-#define SL_START_IF(isOn) SL_TRACE_IF(isOn, "::::::::::::::: METHOD START ::::::::::::::: ")
-#define SL_RETURN_IF(isOn, result)                                         \
-    do {                                                                   \
-        const auto slResult_ = result;                                     \
-        SL_TRACE_IF(isOn, "::::::::::::::: METHOD END ::::::::::::::: %d", \
-                    static_cast<int>(slResult_));                          \
-        return slResult_;                                                  \
-    } while (0)
-
+#define SL_START_TO(logger) SL_START_TO_IF(CLogger::debugEnabled(), logger)
+#define SL_START_IF(isOn) SL_START_TO_IF(isOn, *this)
 #define SL_START() SL_START_TO(*this)
 #define SL_END() SL_END_TO(*this)
+#define SL_RETURN_TO(logger, result) SL_RETURN_TO_IF(CLogger::debugEnabled(), logger, result)
+#define SL_RETURN_IF(isOn, result) SL_RETURN_TO_IF(isOn, *this, result)
 #define SL_RETURN(result) SL_RETURN_TO(*this, result)

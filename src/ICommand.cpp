@@ -250,7 +250,14 @@ int ICommand::getPendingBlockSize(DataBuffer* held) const
 
 int ICommand::removeESC(DataBuffer* data)
 {
-    log_debug("-> removing esc from data %d", iDataSize);
+    return removeBlockHeaders(data, debugEnabled());
+}
+
+int ICommand::removeBlockHeaders(DataBuffer* data, bool isTracing)
+{
+    if (isTracing) {
+        log_debug("-> removing esc from data %d", iDataSize);
+    }
     const int rawSize = data->GetRawDataSize();
     if (iDataSize == 0 && rawSize > 0) {
         const unsigned char* raw = data->GetRawDataPtr();

@@ -69,6 +69,8 @@ public:
 
     // Makes id the current command and encodes it; a result of getCommand.
     int encode(int id, std::unique_ptr<unsigned char[]>* bytes, int* len);
+    // The same as removeESC for a caller that has asked debugEnabled() itself.
+    int removeBlockHeaders(DataBuffer* data, bool isTracing);
     // True for the commands that the device answers.
     static bool isAnswered(int id);
 

@@ -518,7 +518,7 @@ inline int IOComm::takeBlock(const Block& block, int* bytesRead, DataBuffer* buf
         traceHeader(block.bytes, block.size);
     }
     // Behind a record: image bytes without a block header may still wait for more that never came.
-    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer);
+    const int moved = ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer, isTracing);
     if (moved < 0 || block.isLost) {
         return TRANSPORT_NO_MEMORY;
     }

@@ -693,7 +693,7 @@ int NetComm::takeBlock(const unsigned char* block, int size, int* bytesRead, Dat
         bReadBroken = false;
         // Image bytes without a block header may still wait for more that never came.
         const int moved =
-            isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer) : 0;
+            isScanning ? ScanRecord::moveImageBytes(pICmd, ScanData.get(), buffer, bTracing) : 0;
         if (moved < 0) {
             return TRANSPORT_NO_MEMORY;
         }
@@ -706,7 +706,8 @@ int NetComm::takeBlock(const unsigned char* block, int size, int* bytesRead, Dat
         SL_TRACE_IF(bTracing, "[ERROR] unable to read image %d", TRANSPORT_READ_FAILED);
         return RECORD_END_OF_DATA;
     }
-    const int moved = ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer);
+    const int moved =
+        ScanRecord::addImageBytes(pICmd, ScanData.get(), block, size, buffer, bTracing);
     if (moved < 0) {
         return TRANSPORT_NO_MEMORY;
     }

@@ -89,19 +89,24 @@ void RawDataHandler::run(ImageData* img, int len)
 
 int RawDataHandler::Perform(ImageData* img)
 {
-    SL_START();
+    return Perform(img, debugEnabled());
+}
+
+int RawDataHandler::Perform(ImageData* img, bool isTracing)
+{
+    SL_START_IF(isTracing);
     const int rawSize = img->GetRawDataSize();
     const int stride = img->GetStride();
     // Without lines nothing can be manipulated, and nothing is to be waited for.
     if (IM.empty() || stride < 1) {
         img->SetProcessedDataSize(rawSize);
-        SL_RETURN(1);
+        SL_RETURN_IF(isTracing, 1);
     }
     if (rawSize < stride) {
-        SL_RETURN(0);
+        SL_RETURN_IF(isTracing, 0);
     }
     run(img, rawSize - rawSize % stride);
-    SL_RETURN(1);
+    SL_RETURN_IF(isTracing, 1);
 }
 
 void RawDataHandler::Finish(ImageData* img)

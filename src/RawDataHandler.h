@@ -21,9 +21,13 @@ public:
     // the digit before the ".bin" at their end. Returns 0.
     int CheckForMultipleScanbars(ConfigReader* cfg);
 
+    bool isEmpty() const { return IM.empty(); }
+
     // Runs the chain over the whole lines on the raw side of img and marks them
     // processed. Without a chain every byte is marked. 1: done, 0: less than a line.
     int Perform(ImageData* img);
+    // The same for a caller that has asked debugEnabled() itself.
+    int Perform(ImageData* img, bool isTracing);
 
     // At the end of the data: what is left of a last line passes through as well.
     void Finish(ImageData* img);

@@ -605,14 +605,15 @@ bool ScanLib::isReady() const
 }
 
 // How many bytes to ask of the transport: always whole lines.
-int ScanLib::bytesWanted(int max_length) const
+int ScanLib::bytesWanted(int max_length, bool isTracing) const
 {
     std::int64_t need = static_cast<std::int64_t>(max_length) - Image->GetProcessedDataSize();
     if (need <= 0) {
         return 0;
     }
     const std::int64_t stride = Image->GetStride();
-    SL_TRACE("image stride(bytes per scan line of the image data): %d", Image->GetStride());
+    SL_TRACE_IF(isTracing, "image stride(bytes per scan line of the image data): %d",
+                Image->GetStride());
     if (stride > need) {
         need = stride;
     } else if (stride > 0) {
@@ -672,10 +673,28 @@ int ScanLib::endOfData() const
     return cancelToken.isDraining() ? SANE_STATUS_CANCELLED : SANE_STATUS_IO_ERROR;
 }
 
-// Reads and processes until need bytes are there; returns why it ended, kBytesLost without memory.
-int ScanLib::transfer(int need)
+void ScanLib::deliver(Delivery* out)
 {
-    const bool isTracing = debugEnabled();
+    out->length += Image->GetProcessedData(out->data + out->length, out->room - out->length);
+}
+
+// What needs no manipulation goes out at once, while the processor's cache still holds it. Returns
+// how many raw bytes went.
+int ScanLib::passOn(Delivery* out)
+{
+    if (!ImageHandler->isEmpty()) {
+        return 0;
+    }
+    const int raw = Image->GetRawDataSize();
+    Image->SetProcessedDataSize(raw);
+    deliver(out);
+    return raw;
+}
+
+// Reads and processes until need bytes are there; returns why it ended, kBytesLost without memory.
+int ScanLib::transfer(int need, Delivery* out, bool isTracing)
+{
+    int passed = 0;
     while (need >= 1) {
         if (cancelToken.shouldStop()) {
             return SANE_STATUS_CANCELLED;
@@ -707,7 +726,8 @@ int ScanLib::transfer(int need)
         default:
             decompressAll(isTracing);
             Interleaver->DoInterleave(Buffer.get(), Image.get(), isTracing);
-            need -= Image->GetRawDataSize();
+            need -= passed + Image->GetRawDataSize();
+            passed += passOn(out);
             break;
         }
     }
@@ -719,26 +739,28 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
     const bool isTracing = debugEnabled();
     SL_START_IF(isTracing);
     *length = 0;
+    Delivery out = {data, max_length, 0};
     int status = AcquireImageStatus;
     // What a device does not send without a start is not waited for.
     if (!isReady() || (status == SANE_STATUS_GOOD && !isStarted)) {
         SL_RETURN_IF(isTracing, SANE_STATUS_IO_ERROR);
     }
     if (status == SANE_STATUS_GOOD) {
-        status = transfer(bytesWanted(max_length));
+        status = transfer(bytesWanted(max_length, isTracing), &out, isTracing);
         if (cancelToken.isRequested() && !cancelToken.isDraining()) {
             SL_RETURN_IF(isTracing, cancelRunning());
         }
         if (status == kBytesLost) {
             SL_RETURN_IF(isTracing, abandon(SANE_STATUS_NO_MEM));
         }
-        ImageHandler->Perform(Image.get());
+        ImageHandler->Perform(Image.get(), isTracing);
         status = endTransfer(status);
     } else if (!isDataOver || Image->GetProcessedDataSize() == 0) {
         SL_TRACE_IF(isTracing, "AcquireImageStatus = %d", status);
         SL_RETURN_IF(isTracing, status);
     }
-    *length = Image->GetProcessedData(data, max_length);
+    deliver(&out);
+    *length = out.length;
     if (isDataOver && (*length > 0 || Image->GetProcessedDataSize() > 0)) {
         // The bytes go out now, the end of the frame after the last of them.
         status = SANE_STATUS_GOOD;

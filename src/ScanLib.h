@@ -147,8 +147,17 @@ private:
     bool checkFeeder(int* adf, int* ret);
     int refuse(const char* reason);
 
-    int bytesWanted(int max_length) const;
-    int transfer(int need);
+    // The caller's buffer of one read.
+    struct Delivery {
+        unsigned char* data;
+        int room;
+        int length;  // bytes written
+    };
+
+    int bytesWanted(int max_length, bool isTracing) const;
+    void deliver(Delivery* out);
+    int passOn(Delivery* out);
+    int transfer(int need, Delivery* out, bool isTracing);
     int endOfData() const;
     void checkScannedSize(int got) const;
     void decompressAll(bool isTracing);

@@ -68,20 +68,21 @@ int ScanRecord::process(const unsigned char* block, int size, ImageData* image) 
 }
 
 int ScanRecord::addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
-                              int size, DataBuffer* buffer)
+                              int size, DataBuffer* buffer, bool isTracing)
 {
     if (scanData->SetRawData(block, size) == 0) {
         return -1;
     }
-    return moveImageBytes(cmd, scanData, buffer);
+    return moveImageBytes(cmd, scanData, buffer, isTracing);
 }
 
-int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer)
+int ScanRecord::moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer,
+                               bool isTracing)
 {
     int moved = 0;
     bool isMore = true;
     while (isMore) {
-        isMore = cmd->removeESC(scanData) != 0;
+        isMore = cmd->removeBlockHeaders(scanData, isTracing) != 0;
         const int ready = scanData->GetProcessedDataSize();
         if (ready > 0 && scanData->GetProcessedData(buffer, ready) != ready) {
             return -1;

@@ -21,10 +21,11 @@ public:
 
     // Appends the bytes of an image block to scanData, then moves as below.
     static int addImageBytes(ICommand* cmd, DataBuffer* scanData, const unsigned char* block,
-                             int size, DataBuffer* buffer);
+                             int size, DataBuffer* buffer, bool isTracing);
     // Frees the raw bytes of scanData from block headers and moves the image bytes to
     // the raw side of buffer. Returns their number, or -1 without memory.
-    static int moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer);
+    static int moveImageBytes(ICommand* cmd, DataBuffer* scanData, DataBuffer* buffer,
+                              bool isTracing);
 
 private:
     void processPageMarker(const unsigned char* block, int size, ImageData* image) const;

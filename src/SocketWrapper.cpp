@@ -92,12 +92,13 @@ private:
     const CancelToken* cancel_;
 };
 
-void traceLimit(const CLogger& log, long seconds, long microseconds)
+void traceLimit(const CLogger& log, bool isTracing, long seconds, long microseconds)
 {
     if (isLimited(seconds, microseconds)) {
-        SL_TRACE_TO(log, "polling timeout: %ld seconds  %ld microseconds", seconds, microseconds);
+        SL_TRACE_TO_IF(isTracing, log, "polling timeout: %ld seconds  %ld microseconds", seconds,
+                       microseconds);
     } else {
-        SL_TRACE_TO(log, "polling timeout: none");
+        SL_TRACE_TO_IF(isTracing, log, "polling timeout: none");
     }
 }
 
@@ -212,7 +213,7 @@ int SocketWrapper::send(int fd, const unsigned char* buf, unsigned long len, lon
         SL_RETURN_TO(log, SOCKET_BAD_ARGUMENT);
     }
     SL_TRACE_TO(log, "Monitoring fd:%d for writing", fd);
-    traceLimit(log, seconds, microseconds);
+    traceLimit(log, CLogger::debugEnabled(), seconds, microseconds);
     SL_TRACE_TO(log, "before send pselect(). ");
     const int ready = wait(fd, POLLOUT, seconds, microseconds, cancel);
     const int error = errno;
@@ -236,15 +237,16 @@ int SocketWrapper::receive(int fd, unsigned char* buf, unsigned long* len, bool 
                            long seconds, long microseconds, int* errOut, const CancelToken* cancel)
 {
     const CLogger log;
-    SL_START_TO(log);
+    bool isTracing = CLogger::debugEnabled();
+    SL_START_TO_IF(isTracing, log);
     if (len == nullptr || !isUsable(fd, buf, *len)) {
-        SL_TRACE_TO(log, "Invalid parameter passed");
-        SL_RETURN_TO(log, SOCKET_BAD_ARGUMENT);
+        SL_TRACE_TO_IF(isTracing, log, "Invalid parameter passed");
+        SL_RETURN_TO_IF(isTracing, log, SOCKET_BAD_ARGUMENT);
     }
     const unsigned long wanted = *len;
     *len = 0;
-    SL_TRACE_TO(log, "Monitoring fd:%d for reading", fd);
-    traceLimit(log, seconds, microseconds);
+    SL_TRACE_TO_IF(isTracing, log, "Monitoring fd:%d for reading", fd);
+    traceLimit(log, isTracing, seconds, microseconds);
     limitReceiving(fd, seconds, microseconds);
 
     // The limit of a socket means none when it is zero.
@@ -252,7 +254,9 @@ int SocketWrapper::receive(int fd, unsigned char* buf, unsigned long* len, bool 
     Patience patience(isZero ? -1 : seconds, microseconds, cancel);
     const ssize_t received = receiveBytes(fd, buf, wanted, waitAll, patience);
     const int error = errno;
-    SL_TRACE_TO(log, "after recv:. %d", static_cast<int>(received));
+    // The switch may have been turned during a long wait.
+    isTracing = CLogger::debugEnabled();
+    SL_TRACE_TO_IF(isTracing, log, "after recv:. %d", static_cast<int>(received));
     int result = static_cast<int>(received);
     if (received == 0) {
         result = disconnected(log, fd);
@@ -262,7 +266,7 @@ int SocketWrapper::receive(int fd, unsigned char* buf, unsigned long* len, bool 
     } else {
         *len = static_cast<unsigned long>(received);
     }
-    SL_RETURN_TO(log, result);
+    SL_RETURN_TO_IF(isTracing, log, result);
 }
 
 int SocketWrapper::close(int fd)

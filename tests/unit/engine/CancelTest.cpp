@@ -106,6 +106,7 @@ TEST_P(InterruptTest, WhileReading)
                                 {0, ramp(10)},
                                 {0, ramp(10)}};
     EXPECT_EQ(read(100), SANE_STATUS_CANCELLED);
+    EXPECT_EQ(length, 0) << "also of the bytes that were there already";
     expectCancelled();
     EXPECT_EQ((*calls)[2], "command 0") << "the device is told before it is read again";
     EXPECT_EQ(std::count(calls->begin(), calls->end(), "close"), 1);

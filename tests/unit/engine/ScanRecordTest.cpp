@@ -84,13 +84,13 @@ TEST(ScanRecordTest, MovesImageBytes)
     DataBuffer buffer;
     const Bytes stream = imageBlock(ramp(30), 401) + imageBlock(ramp(20, 99), 401);
     scanData.SetRawData(stream.data(), static_cast<int>(stream.size()));
-    EXPECT_EQ(ScanRecord::moveImageBytes(command.get(), &scanData, &buffer), 50);
+    EXPECT_EQ(ScanRecord::moveImageBytes(command.get(), &scanData, &buffer, false), 50);
     EXPECT_EQ(scanData.GetAllDataSize(), 0);
     EXPECT_EQ(buffer.GetProcessedDataSize(), 0);
     Bytes got(50);
     EXPECT_EQ(buffer.GetAllData(got.data(), 50), 50);
     EXPECT_EQ(got, ramp(30) + ramp(20, 99));
-    EXPECT_EQ(ScanRecord::moveImageBytes(command.get(), &scanData, &buffer), 0);
+    EXPECT_EQ(ScanRecord::moveImageBytes(command.get(), &scanData, &buffer, false), 0);
 }
 
 }  // namespace

@@ -65,7 +65,8 @@ TEST(NoMemory, ForImageBytes)
         DataBuffer buffer;
         fill(buffer);
         const Allocations allocations(granted);
-        EXPECT_EQ(ScanRecord::addImageBytes(command.get(), &scanData, block, sizeof block, &buffer),
+        EXPECT_EQ(ScanRecord::addImageBytes(command.get(), &scanData, block, sizeof block, &buffer,
+                                            false),
                   -1)
             << granted;
     }
