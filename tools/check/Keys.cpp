@@ -26,6 +26,21 @@ Key choice(const char* name, std::vector<int> values, const char* meaning,
     return {name, Section::Integers, std::move(values), 0, 0, meaning, missing, whenMissing};
 }
 
+Key onOff(const char* name, const char* meaning)
+{
+    Key key = choice(name, {0, 1}, meaning);
+    key.otherwise = Otherwise::OnUnlessZero;
+    return key;
+}
+
+Key npaSwitch()
+{
+    Key key = choice("ENABLE_NPA", {0, 1}, "1: commands travel inside an NPA frame", Missing::Noted,
+                     "commands are sent without a frame (as with 0)");
+    key.otherwise = Otherwise::OnIfPositive;
+    return key;
+}
+
 Key number(const char* name, double least, double most, const char* meaning,
            Missing missing = Missing::Fine, const char* whenMissing = "")
 {
@@ -49,8 +64,7 @@ std::vector<Key> makeKeys()
     return {
         choice("COMMANDVERSION", {326, 401, 402}, "the command protocol of the model", M::Warned,
                "protocol 326 is spoken"),
-        choice("ENABLE_NPA", {0, 1}, "1: commands travel inside an NPA frame", M::Noted,
-               "commands are sent without a frame (as with 0)"),
+        npaSwitch(),
         number("RESOLUTIONS", 0, kMaxResolutions, "the number of resolutions"),
         number("ADFDPILIMIT", 0, kLargestResolution, "the highest resolution of the feeder"),
         number("CURRENTDPI", 1, kLargestResolution, "the resolution that is set at first",
@@ -62,17 +76,17 @@ std::vector<Key> makeKeys()
         choice("PREVIEW", {0, 1}, "1: previews at first"),
         number("MEDIA_INDEX", 0, 33, "the media size that is set at first, 0 is Letter"),
         choice("SCAN_SOURCE_ADF", {0, 2}, "2: offer the document feeder"),
-        choice("ADFPREVIEW", {0, 1}, "1: previews may be taken from the feeder"),
+        onOff("ADFPREVIEW", "1: previews may be taken from the feeder"),
         choice("SCANNERTYPE", {0, 1, 4, 5},
                "1 flatbed, 4 flatbed and feeder, 5 feeder; the scanner reports it"),
         number("SCANBARID", 0, 9, "the scan bar, a digit of the names of the colour tables"),
         choice("COMPRESSION", {0, 1}, "1: images come compressed"),
         number("COMPRESSIONLEVEL", 0, 255, "the level of compression"),
         choice("COMPRESSIONTECH", {0, 2}, "the technique of compression, 2 is the only one known"),
-        choice("BGRTORGB", {0, 1}, "1: colours come as blue, green, red"),
-        choice("ADFSIDEFLIP", {0, 1}, "1: lines come mirrored from the feeder"),
-        choice("FLATBEDSIDEFLIP", {0, 1}, "1: lines come mirrored from the flatbed"),
-        choice("COLORCORRECT", {0, 1}, "1: colours are corrected with a library"),
+        onOff("BGRTORGB", "1: colours come as blue, green, red"),
+        onOff("ADFSIDEFLIP", "1: lines come mirrored from the feeder"),
+        onOff("FLATBEDSIDEFLIP", "1: lines come mirrored from the flatbed"),
+        onOff("COLORCORRECT", "1: colours are corrected with a library"),
         millimetres("TOPLEFTX", "the left edge of the scan area in millimetres"),
         millimetres("TOPLEFTY", "the upper edge of the scan area in millimetres"),
         millimetres("BOTTOMRIGHTX", "the right edge of the scan area in millimetres", M::Warned,

@@ -14,6 +14,9 @@ const char* headerOf(Section section);  // "[INTEGERS]"
 // What to expect of a model that does not say.
 enum class Missing { Fine, Noted, Warned };
 
+// What the backend makes of an integer that is not among the values.
+enum class Otherwise { Wrong, OnUnlessZero, OnIfPositive };
+
 struct Key {
     std::string name;
     Section section;
@@ -24,6 +27,7 @@ struct Key {
     std::string meaning;
     Missing missing;
     std::string whenMissing;  // what then happens
+    Otherwise otherwise = Otherwise::Wrong;
 };
 
 const std::vector<Key>& knownKeys();

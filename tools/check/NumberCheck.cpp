@@ -72,6 +72,22 @@ std::string allowed(const Key& key)
     return list;
 }
 
+void judgeChoice(const Key& key, const std::string& name, const Value& value,
+                 const std::string& advice, Voice& voice)
+{
+    const std::string number = shown(value.integer);
+    if (key.otherwise == Otherwise::Wrong) {
+        voice.error(value.line, "value-not-allowed",
+                    name + " cannot be " + number + ", only " + allowed(key) + ".", advice);
+        return;
+    }
+    const bool isOn = value.integer > 0 || key.otherwise == Otherwise::OnUnlessZero;
+    voice.warning(
+        value.line, "value-counts-as",
+        name + " should be " + allowed(key) + "; " + number + " counts as " + (isOn ? "1." : "0."),
+        advice);
+}
+
 }  // namespace
 
 std::string shown(double number)
@@ -119,9 +135,7 @@ void judgeRange(const Key& key, const std::string& name, const Value& value, Voi
     const std::string advice = name + " means: " + key.meaning + ".";
     if (!key.values.empty()) {
         if (std::find(key.values.begin(), key.values.end(), value.integer) == key.values.end()) {
-            voice.error(value.line, "value-not-allowed",
-                        name + " cannot be " + shown(number) + ", only " + allowed(key) + ".",
-                        advice);
+            judgeChoice(key, name, value, advice, voice);
         }
     } else if (number < key.least || number > key.most) {
         voice.error(value.line, "value-out-of-range",
