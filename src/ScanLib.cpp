@@ -739,7 +739,7 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
     const bool isTracing = debugEnabled();
     SL_START_IF(isTracing);
     *length = 0;
-    Delivery out = {data, max_length, 0};
+    Delivery out(data, max_length);
     int status = AcquireImageStatus;
     // What a device does not send without a start is not waited for.
     if (!isReady() || (status == SANE_STATUS_GOOD && !isStarted)) {

@@ -149,9 +149,11 @@ private:
 
     // The caller's buffer of one read.
     struct Delivery {
+        Delivery(unsigned char* to, int size) : data(to), room(size) {}
+
         unsigned char* data;
         int room;
-        int length;  // bytes written
+        int length = 0;  // bytes written
     };
 
     int bytesWanted(int max_length, bool isTracing) const;
