@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// An in-place manipulation of whole image lines.
+// An in-place manipulation of image lines: whole ones, and what there is of the last of a page.
 #pragma once
 
 class ImageData;

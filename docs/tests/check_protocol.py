@@ -56,8 +56,8 @@ def member(source, name):
 def check_versions(page, source):
     problems = []
     text = " ".join(page.split())
-    written = re.search(r"byte 4 \(nn\) is their length: (\d+) in version 326, (\d+) in 401, "
-                        r"(\d+) in 402", text)
+    each = ", ".join(rf"(\d+) in (?:version )?{version}" for version in VERSIONS)
+    written = re.search(rf"byte 4 \(nn\) is their length: {each}\.", text)
     lengths = [member(source[f"Cmd{version}.cpp"], "kCommandLength") - 8 for version in VERSIONS]
     if written is None or [int(length) for length in written.groups()] != lengths:
         problems.append(f"lengths of the parameters are {lengths}")

@@ -9,7 +9,7 @@ import re
 import sys
 from pathlib import Path
 
-FOLDERS = ("bench", "cmake", "config", "docs", "scripts", "simulator", "src", "tests")
+FOLDERS = ("bench", "cmake", "config", "docs", "scripts", "simulator", "src", "tests", "tools")
 PAGES = ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "simulator/README.md", "docs/*.md")
 # Names of the source are looked for in these; other pages have words that look like names.
 PAGES_WITH_NAMES = ("architecture.md", "protocol.md", "CONTRIBUTING.md")
@@ -58,7 +58,7 @@ def check_page(root, page, words):
 
 def source_words(root):
     words = set()
-    for folder in ("src", "simulator", "tests"):
+    for folder in ("bench", "simulator", "src", "tests", "tools"):
         for path in (root / folder).rglob("*"):
             if path.suffix in SUFFIXES:
                 words.update(re.findall(r"\w+", path.read_text(encoding="utf-8")))

@@ -14,6 +14,7 @@
 #include "SaneConfReader.h"
 
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include <sane/sane.h>
@@ -39,7 +40,7 @@ fuzz::Settings::Settings(Input& input)
     const unsigned mode = input.byte();
     const unsigned image = input.byte();
     const auto bit = [](unsigned byte, int number) { return static_cast<int>(byte >> number & 1); };
-    version = kVersions[mode % 3];
+    version = kVersions[mode % std::size(kVersions)];
     npa = bit(mode, 2);
     isLogged = mode >> 5 == 1;
     isFeeder = bit(mode, 4) != 0;
