@@ -370,6 +370,7 @@ int NetComm::receivePart(unsigned char* buf, int size, int* errOut)
     unsigned long count = static_cast<unsigned long>(size);
     const int result =
         SocketWrapper::receive(iScanSock, buf, &count, true, kNoLimit, kNoLimit, errOut, pCancel);
+    bTracing = debugEnabled();
     if (result == SOCKET_LOST) {
         SL_TRACE_IF(bTracing, "[ERROR] connection to scanner has been severed");
         forgetSocket();

@@ -134,6 +134,6 @@ private:
     Frame frame;
     int iClosedSock = -1;  // shut down, but not closed yet
     bool bReadBroken = false;
-    bool bTracing = false;                      // the switch for the log, read once for each frame
+    bool bTracing = false;                      // the switch for the log, read for each receive
     unsigned char frameBytes[kImageRoom] = {};  // of the current frame, or the last one
 };

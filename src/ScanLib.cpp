@@ -692,7 +692,7 @@ int ScanLib::passOn(Delivery* out)
 }
 
 // Reads and processes until need bytes are there; returns why it ended, kBytesLost without memory.
-int ScanLib::transfer(int need, Delivery* out, bool isTracing)
+int ScanLib::transfer(int need, Delivery* out)
 {
     int passed = 0;
     while (need >= 1) {
@@ -701,6 +701,8 @@ int ScanLib::transfer(int need, Delivery* out, bool isTracing)
         }
         int got = 0;
         const int rc = pComm->ReadImage(&got, Buffer.get(), Image.get());
+        // Somebody may have turned the switch while the device was waited for.
+        const bool isTracing = debugEnabled();
         SL_TRACE_IF(isTracing, "after ReadImage. return: %d", rc);
         checkScannedSize(got);
         switch (rc) {
@@ -736,7 +738,7 @@ int ScanLib::transfer(int need, Delivery* out, bool isTracing)
 
 int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
 {
-    const bool isTracing = debugEnabled();
+    bool isTracing = debugEnabled();
     SL_START_IF(isTracing);
     *length = 0;
     Delivery out(data, max_length);
@@ -746,7 +748,8 @@ int ScanLib::AcquireImage(unsigned char* data, int max_length, int* length)
         SL_RETURN_IF(isTracing, SANE_STATUS_IO_ERROR);
     }
     if (status == SANE_STATUS_GOOD) {
-        status = transfer(bytesWanted(max_length, isTracing), &out, isTracing);
+        status = transfer(bytesWanted(max_length, isTracing), &out);
+        isTracing = debugEnabled();
         if (cancelToken.isRequested() && !cancelToken.isDraining()) {
             SL_RETURN_IF(isTracing, cancelRunning());
         }

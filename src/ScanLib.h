@@ -159,7 +159,7 @@ private:
     int bytesWanted(int max_length, bool isTracing) const;
     void deliver(Delivery* out);
     int passOn(Delivery* out);
-    int transfer(int need, Delivery* out, bool isTracing);
+    int transfer(int need, Delivery* out);
     int endOfData() const;
     void checkScannedSize(int got) const;
     void decompressAll(bool isTracing);

@@ -85,6 +85,23 @@ TEST(AcquireImageTest, Log)
     }
 }
 
+// A device may be silent for long, and a read may take many transfers.
+TEST(AcquireImageTest, TheLogIsSwitchedInTheMiddleOfARead)
+{
+    for (const bool isOn : {true, false}) {
+        TestEngine engine;
+        engine.startFrame();
+        LogCapture log;
+        const auto turn = [](bool on) { setenv("ENABLE_SL_LOG", on ? "1" : "0", 1); };
+        turn(!isOn);
+        engine.transport->steps = {{0, ramp(10)}, {0, ramp(10), [=](ImageData*) { turn(isOn); }}};
+        EXPECT_EQ(acquire(engine, 25).bytes.size(), 20u);
+        const std::vector<std::string> lines = log.plainMessages();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "after ReadImage. return: 0"), 1) << isOn;
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "length = 20"), isOn ? 1 : 0);
+    }
+}
+
 TEST(AcquireImageTest, OtherOverloadDoesNothing)
 {
     TestEngine engine;
