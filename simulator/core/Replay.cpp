@@ -30,25 +30,31 @@ std::string nameOf(const Bytes& bytes)
 
 Replay::Replay(const Model& model, Journal& journal) : model_(model), journal_(journal)
 {
-    load(model.replay);
+    std::ifstream file(model.replay, std::ios::binary);
+    if (!file) {
+        throw InputError(model.replay + ": " + std::strerror(errno));
+    }
+    try {
+        load(file);
+    } catch (const trace::CaptureError& error) {
+        throw InputError(model.replay + ": " + error.what());
+    }
+}
+
+Replay::Replay(const Model& model, Journal& journal, std::istream& capture)
+    : model_(model), journal_(journal)
+{
+    load(capture);
 }
 
 Replay::~Replay() = default;
 
-void Replay::load(const std::string& path)
+void Replay::load(std::istream& capture)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw InputError(path + ": " + std::strerror(errno));
-    }
-    try {
-        for (trace::Transfer& transfer : trace::readCapture(file).transfers) {
-            if (transfer.kind == trace::Transfer::Kind::Data) {
-                steps_.push_back({transfer.from == trace::Party::Host, std::move(transfer.bytes)});
-            }
+    for (trace::Transfer& transfer : trace::readCapture(capture).transfers) {
+        if (transfer.kind == trace::Transfer::Kind::Data) {
+            steps_.push_back({transfer.from == trace::Party::Host, std::move(transfer.bytes)});
         }
-    } catch (const trace::CaptureError& error) {
-        throw InputError(path + ": " + error.what());
     }
 }
 
