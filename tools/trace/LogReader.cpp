@@ -271,9 +271,7 @@ private:
         const bool isRecord = !read.isImage && *read.size > kRecordOffset && result > 0 &&
                               result < 0x100 && result != RECORD_NO_DATA_YET;
         Bytes bytes = isRecord ? record(read, static_cast<std::uint8_t>(result)) : read.start;
-        // The host logs the geometry of a page marker, and the code of every record.
-        const bool isMarker = isRecord && !read.marker.empty();
-        const std::size_t known = isRecord && !isMarker ? kRecordOffset + 1 : bytes.size();
+        const std::size_t known = bytes.size();
         bytes.resize(*read.size, kMadeUp);
         say(Party::Scanner, std::move(bytes), known);
         result_.transfers.back().isRebuilt = isRecord;
@@ -287,14 +285,15 @@ private:
         Bytes marker;
     };
 
+    // The host logs the geometry of a page marker, and the code of every record.
     static Bytes record(const Read& read, std::uint8_t code)
     {
         Bytes bytes = read.marker;
-        bytes.resize(*read.size);
+        bytes.resize(std::max(bytes.size(), kRecordOffset + 1));
         bytes[0] = kEscape;
         bytes[1] = kScanClass;
         bytes[2] = kImageCode;
-        putLittle(bytes, 4, bytes.size() - kHeaderSize, 2);
+        putLittle(bytes, 4, *read.size - kHeaderSize, 2);
         bytes[6] = kGood;
         bytes[kRecordOffset] = code;
         if (read.isHalves && bytes.size() > kRecordOffset + 2) {

@@ -179,4 +179,25 @@ TEST(TraceLog, WhatIsNotLoggedOfARecordIsNotShown)
     }
 }
 
+// Also in a record, whose fields nobody would tell from recorded ones when it is saved.
+TEST(TraceLog, WhatIsNotLoggedIsWhite)
+{
+    const std::string width = marked("", 5, "processPageMarker", " -> width = 637");
+    const std::string halves = marked("", 5, "processPageMarker", "interleaving is needed");
+    const auto conversations = read(
+        usbCommand("", 5, scanCommand(0x01, 326), bytes("1B 53 01 00 00 00 80 02")) +
+        usbRead(31, 1, "") + usbRead(31, 9, halves) + usbRead(40, 9, width) + usbRead(20, 0, ""));
+    ASSERT_EQ(conversations.size(), 1U);
+    const auto& transfers = conversations[0].transfers;
+    ASSERT_EQ(transfers.size(), 6U);
+    const std::size_t known[] = {9, 9, 31, 0};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const trace::Transfer& transfer = transfers[2 + i];
+        EXPECT_EQ(transfer.known, known[i]) << i;
+        EXPECT_EQ(trace::ByteView(transfer.bytes).from(known[i]).copy(),
+                  Bytes(transfer.bytes.size() - known[i], trace::kMadeUp))
+            << i;
+    }
+}
+
 }  // namespace
