@@ -4,6 +4,7 @@
 #include "../../src/HBN3.h"
 #include "../../src/ICommunication.h"
 #include "CommandKinds.h"
+#include "Filling.h"
 #include "LogLine.h"
 
 #include <algorithm>
@@ -68,7 +69,10 @@ constexpr std::pair<const char*, std::size_t> kMarkerLines[] = {{" -> width = ",
 // What one thread has logged.
 class Thread {
 public:
-    explicit Thread(std::string name) { result_.name = std::move(name); }
+    Thread(std::string name, Filling& filling) : filling_(&filling)
+    {
+        result_.name = std::move(name);
+    }
 
     void add(const LogLine& line)
     {
@@ -272,7 +276,8 @@ private:
                               result < 0x100 && result != RECORD_NO_DATA_YET;
         Bytes bytes = isRecord ? record(read, static_cast<std::uint8_t>(result)) : read.start;
         const std::size_t known = bytes.size();
-        bytes.resize(*read.size, kMadeUp);
+        bytes.resize(std::min(known, *read.size));
+        filling_->fill(bytes, *read.size);
         say(Party::Scanner, std::move(bytes), known);
         result_.transfers.back().isRebuilt = isRecord;
     }
@@ -302,6 +307,7 @@ private:
         return bytes;
     }
 
+    Filling* filling_;
     Conversation result_;
     std::uint64_t time_ = 0;
     std::size_t dumpLeft_ = 0;
@@ -356,9 +362,10 @@ private:
         }
         order_.push_back(key);
         const std::string title = "Process " + std::to_string(process) + ", thread " + name;
-        return threads_.emplace(key, Thread(title)).first->second;
+        return threads_.emplace(key, Thread(title, filling_)).first->second;
     }
 
+    Filling filling_;
     std::map<Key, Thread> threads_;
     std::vector<Key> order_;
     std::map<long, std::string> last_;

@@ -130,6 +130,15 @@ TEST(TraceLog, ADumpThatLacksBytesIsFlagged)
     EXPECT_THAT(printed(conversations[0]), HasSubstr("ODD: a dump lacks 2 bytes\n"));
 }
 
+TEST(TraceLog, ATinyFileCannotFillTheMemory)
+{
+    std::string text;
+    for (int i = 0; i < 1100; ++i) {
+        text += usbRead(1 << 20, 0, "");
+    }
+    EXPECT_THROW(read(text), std::runtime_error);
+}
+
 TEST(TraceLog, RecordsAndSizesOfTheImage)
 {
     const std::string marker = marked("", 5, "processPageMarker", " -> width = 637") +

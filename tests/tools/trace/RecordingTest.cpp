@@ -122,6 +122,17 @@ TEST(TraceRecording, UsbInBothFormats)
     }
 }
 
+TEST(TraceRecording, ATinyFileCannotFillTheMemory)
+{
+    Recording recording(DLT_USB_LINUX_MMAPPED);
+    Bytes event = usbEvent('C', 3, 0x81, 0, {});
+    event[34] = 0x10;  // a transfer of a MiB
+    for (int i = 0; i < 1100; ++i) {
+        recording.add(event);
+    }
+    EXPECT_THROW(recording.read(), std::runtime_error);
+}
+
 TEST(TraceRecording, OtherLinksAreRefused)
 {
     EXPECT_THROW(Recording(105).read(), std::runtime_error);
