@@ -157,7 +157,9 @@ TransferResult Replay::read(std::size_t capacity, Bytes& out)
 {
     out.clear();
     if (!madeUp_.empty()) {
-        out.swap(madeUp_);
+        const auto end = madeUp_.begin() + static_cast<long>(std::min(capacity, madeUp_.size()));
+        out.assign(madeUp_.begin(), end);
+        madeUp_.erase(madeUp_.begin(), end);
         return TransferResult::Done;
     }
     if (!hasTransfer()) {
