@@ -47,12 +47,12 @@ std::string dump(const std::string& prefix, const Bytes& bytes)
 }  // namespace
 
 std::string usbCommand(const std::string& prefix, int process, const Bytes& command,
-                       const Bytes& reply)
+                       const Bytes& reply, std::size_t room)
 {
     return byteLines(prefix, process, "sendCommand", command, command.size()) +
            marked(prefix, process, "Write", "writing data on USB") + dump(prefix, command) +
            marked(prefix, process, "Write", "::::::::::::::: METHOD END ::::::::::::::: 0") +
-           byteLines(prefix, process, "readReply", reply, 512) +
+           byteLines(prefix, process, "readReply", reply, room) +
            marked(prefix, process, "writeCommand", "::::::::::::::: METHOD END ::::::::::::::: 5");
 }
 

@@ -10,9 +10,9 @@ namespace tracetest {
 std::string marked(const std::string& prefix, int process, const char* function,
                    const std::string& message);
 
-// What a command on USB leaves in the log.
+// What a command on USB leaves in the log; the host logs its whole buffer of replies.
 std::string usbCommand(const std::string& prefix, int process, const trace::Bytes& command,
-                       const trace::Bytes& reply);
+                       const trace::Bytes& reply, std::size_t room = 512);
 // A dump behind a line with a message.
 std::string networkDump(int process, const char* function, const char* message,
                         const trace::Bytes& bytes, const std::string& prefix = "");
