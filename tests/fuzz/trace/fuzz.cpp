@@ -152,7 +152,9 @@ void checkLength(const Conversations& conversations, InputKind kind, std::size_t
     FUZZ_CHECK(text.size() <= most);
 }
 
-void checkSame(const Conversation& before, const Conversation& after)
+// What nobody has recorded is white when it is saved. It was before, but in captures, where it may
+// be anything.
+void checkSame(const Conversation& before, const Conversation& after, InputKind kind)
 {
     FUZZ_CHECK(before.transport == after.transport);
     FUZZ_CHECK(before.transfers.size() == after.transfers.size());
@@ -160,7 +162,9 @@ void checkSame(const Conversation& before, const Conversation& after)
         const Transfer& a = before.transfers[i];
         const Transfer& b = after.transfers[i];
         FUZZ_CHECK((a.kind == Transfer::Kind::Data) == (b.kind == Transfer::Kind::Data));
-        FUZZ_CHECK(a.bytes == b.bytes && a.known == b.known && a.from == b.from);
+        FUZZ_CHECK(a.from == b.from && a.known == b.known && a.bytes.size() == b.bytes.size());
+        const std::size_t compared = kind == InputKind::Capture ? a.known : a.bytes.size();
+        FUZZ_CHECK(ByteView(a.bytes).first(compared) == ByteView(b.bytes).first(compared));
         FUZZ_CHECK(a.text == b.text);
     }
 }
@@ -223,18 +227,18 @@ void playToAnother(const Conversation& conversation, std::istream& capture)
 }
 
 // What was saved is what was read, and can be played.
-void checkSaving(const Conversations& conversations)
+void checkSaving(const Conversations& conversations, InputKind kind)
 {
     for (const Conversation& conversation : conversations) {
         const std::string text = saved(conversation);
         std::istringstream in(text);
         const Conversation again = trace::readCapture(in);
-        checkSame(conversation, again);
+        checkSame(conversation, again, kind);
         FUZZ_CHECK(saved(again) == text);
         for (const auto player : {play, playToAnother}) {
             in.clear();
             in.seekg(0);
-            player(conversation, in);
+            player(again, in);
         }
     }
 }
@@ -313,7 +317,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text = printed(*conversations);
     checkLength(*conversations, kind, size, text);
     FUZZ_CHECK(printed(*again) == text);
-    checkSaving(*conversations);
+    checkSaving(*conversations, kind);
     checkRedaction(*conversations);
     return 0;
 }
