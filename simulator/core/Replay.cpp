@@ -30,25 +30,31 @@ std::string nameOf(const Bytes& bytes)
 
 Replay::Replay(const Model& model, Journal& journal) : model_(model), journal_(journal)
 {
-    load(model.replay);
+    std::ifstream file(model.replay, std::ios::binary);
+    if (!file) {
+        throw InputError(model.replay + ": " + std::strerror(errno));
+    }
+    try {
+        load(file);
+    } catch (const trace::CaptureError& error) {
+        throw InputError(model.replay + ": " + error.what());
+    }
+}
+
+Replay::Replay(const Model& model, Journal& journal, std::istream& capture)
+    : model_(model), journal_(journal)
+{
+    load(capture);
 }
 
 Replay::~Replay() = default;
 
-void Replay::load(const std::string& path)
+void Replay::load(std::istream& capture)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw InputError(path + ": " + std::strerror(errno));
-    }
-    try {
-        for (trace::Transfer& transfer : trace::readCapture(file).transfers) {
-            if (transfer.kind == trace::Transfer::Kind::Data) {
-                steps_.push_back({transfer.from == trace::Party::Host, std::move(transfer.bytes)});
-            }
+    for (trace::Transfer& transfer : trace::readCapture(capture).transfers) {
+        if (transfer.kind == trace::Transfer::Kind::Data) {
+            steps_.push_back({transfer.from == trace::Party::Host, std::move(transfer.bytes)});
         }
-    } catch (const trace::CaptureError& error) {
-        throw InputError(path + ": " + error.what());
     }
 }
 
@@ -151,7 +157,9 @@ TransferResult Replay::read(std::size_t capacity, Bytes& out)
 {
     out.clear();
     if (!madeUp_.empty()) {
-        out.swap(madeUp_);
+        const auto end = madeUp_.begin() + static_cast<long>(std::min(capacity, madeUp_.size()));
+        out.assign(madeUp_.begin(), end);
+        madeUp_.erase(madeUp_.begin(), end);
         return TransferResult::Done;
     }
     if (!hasTransfer()) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <iosfwd>
 #include <vector>
 
 #include "Actor.h"
@@ -16,6 +17,8 @@ class Replay : public Actor {
 public:
     // Both have to outlive it. Throws InputError when the capture cannot be read.
     Replay(const Model& model, Journal& journal);
+    // Of a capture that is no file. Throws trace::CaptureError.
+    Replay(const Model& model, Journal& journal, std::istream& capture);
     ~Replay() override;
 
     TransferResult write(const Bytes& bytes) override;
@@ -38,7 +41,7 @@ private:
         Bytes bytes;
     };
 
-    void load(const std::string& path);
+    void load(std::istream& capture);
     void skipUnread(const std::string& command);
     std::size_t findCommand(const Bytes& bytes) const;
     void follow(const Bytes& bytes);

@@ -3,6 +3,7 @@
 // sends, and the samples of the unit tests.
 #include "Dns.h"
 #include "Frames.h"
+#include "RecordingSeeds.h"
 #include "Samples.h"
 #include "wicket/Samples.h"
 
@@ -282,6 +283,14 @@ void writeSessions(const std::filesystem::path& all)
     }
 }
 
+void writeRecordings(const std::filesystem::path& all)
+{
+    const Folder trace(all, "trace");
+    for (const auto& [name, contents] : recordingSeeds()) {
+        trace.write(name, text(contents));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -297,5 +306,6 @@ int main(int argc, char** argv)
     writeAnswers(argv[1]);
     writeChunks(argv[1]);
     writeSessions(argv[1]);
+    writeRecordings(argv[1]);
     return 0;
 }

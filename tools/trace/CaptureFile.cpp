@@ -108,11 +108,19 @@ private:
             readTransfer(Party::Scanner, words);
         } else if (word == "!") {
             const std::uint64_t time = readTime(words);
-            std::getline(words >> std::ws, word);
-            result_.transfers.push_back(Transfer::remark(time, printable(word)));
+            result_.transfers.push_back(Transfer::remark(time, printable(restOf(words))));
         } else {
             fail("neither transport, > nor <");
         }
+    }
+
+    // Behind the blank that sets it apart.
+    static std::string restOf(std::istringstream& words)
+    {
+        std::string text;
+        words.ignore();
+        std::getline(words, text);
+        return text;
     }
 
     void readTransport(std::istringstream& words)
@@ -129,19 +137,20 @@ private:
     {
         std::string word;
         words >> word;
-        return number(word, UINT64_MAX / 16);
+        return number(word, UINT64_MAX);
     }
 
     std::uint64_t number(const std::string& text, std::uint64_t limit)
     {
         std::uint64_t value = 0;
         for (const char c : text) {
-            if (c < '0' || c > '9' || value > limit / 10) {
+            const auto next = static_cast<std::uint64_t>(c - '0');
+            if (c < '0' || c > '9' || next > limit || value > (limit - next) / 10) {
                 fail("'" + printable(text) + "' is no number that fits here");
             }
-            value = value * 10 + static_cast<std::uint64_t>(c - '0');
+            value = value * 10 + next;
         }
-        if (text.empty() || value > limit) {
+        if (text.empty()) {
             fail("'" + printable(text) + "' is no number that fits here");
         }
         return value;

@@ -20,10 +20,11 @@ void HostStream::add(std::uint64_t time, ByteView bytes, std::vector<Transfer>& 
 {
     time_ = time;
     pending_.insert(pending_.end(), bytes.begin(), bytes.end());
-    std::size_t taken = 0;
-    while ((taken = takeOne(transfers)) > 0) {
-        pending_.erase(pending_.begin(), pending_.begin() + static_cast<long>(taken));
+    ByteView left = pending_;
+    while (const std::size_t taken = takeOne(left, transfers)) {
+        left = left.from(taken);
     }
+    pending_.erase(pending_.begin(), pending_.end() - static_cast<long>(left.size()));
 }
 
 void HostStream::breakOff(std::uint64_t time, std::vector<Transfer>& transfers)
@@ -35,22 +36,20 @@ void HostStream::breakOff(std::uint64_t time, std::vector<Transfer>& transfers)
 }
 
 // The bytes up to where a command or greeting may begin.
-std::size_t HostStream::takeUnknown(std::vector<Transfer>& transfers) const
+std::size_t HostStream::takeUnknown(ByteView bytes, std::vector<Transfer>& transfers) const
 {
-    const auto next = std::find_if(pending_.begin() + 1, pending_.end(), [](std::uint8_t byte) {
+    const auto* const next = std::find_if(bytes.begin() + 1, bytes.end(), [](std::uint8_t byte) {
         return byte == kEscape || byte == kNpaMark || byte == kGreeting[0];
     });
-    const auto size = static_cast<std::size_t>(next - pending_.begin());
-    transfers.push_back(
-        Transfer::oddity(time_, "the host sends what begins no command: " +
-                                    hex(ByteView(pending_).first(size), kShownBytes)));
+    const auto size = static_cast<std::size_t>(next - bytes.begin());
+    transfers.push_back(Transfer::oddity(
+        time_, "the host sends what begins no command: " + hex(bytes.first(size), kShownBytes)));
     return size;
 }
 
 // 0 while there is nothing complete.
-std::size_t HostStream::takeOne(std::vector<Transfer>& transfers)
+std::size_t HostStream::takeOne(ByteView bytes, std::vector<Transfer>& transfers) const
 {
-    const ByteView bytes = pending_;
     const ByteView greeting(kGreeting, kGreetingSize);
     if (!bytes.empty() && greeting.startsWith(bytes.first(kGreetingSize))) {
         if (bytes.size() < kGreetingSize) {
@@ -64,7 +63,7 @@ std::size_t HostStream::takeOne(std::vector<Transfer>& transfers)
         return 0;
     }
     if (*size == 0) {
-        return takeUnknown(transfers);
+        return takeUnknown(bytes, transfers);
     }
     if (bytes.size() < *size) {
         return 0;

@@ -14,8 +14,8 @@ public:
     void breakOff(std::uint64_t time, std::vector<Transfer>& transfers);
 
 private:
-    std::size_t takeOne(std::vector<Transfer>& transfers);
-    std::size_t takeUnknown(std::vector<Transfer>& transfers) const;
+    std::size_t takeOne(ByteView bytes, std::vector<Transfer>& transfers) const;
+    std::size_t takeUnknown(ByteView bytes, std::vector<Transfer>& transfers) const;
 
     Bytes pending_;
     std::uint64_t time_ = 0;

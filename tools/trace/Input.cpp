@@ -5,7 +5,6 @@
 #include "LogReader.h"
 #include "NetworkReader.h"
 #include "Packet.h"
-#include "PacketFile.h"
 #include "UsbReader.h"
 
 #include <algorithm>
@@ -30,9 +29,24 @@ bool isPacketFile(ByteView start)
                        [start](std::uint32_t magic) { return start.big(0, kMagicSize) == magic; });
 }
 
-std::vector<Conversation> readPackets(const std::string& path)
+bool isCapture(ByteView start)
 {
-    PacketFile file(path);
+    const std::string heading = kCaptureHeading;
+    return start.startsWith(Bytes(heading.begin(), heading.end()));
+}
+
+}  // namespace
+
+InputKind kindOfInput(ByteView start)
+{
+    if (isPacketFile(start)) {
+        return InputKind::Packets;
+    }
+    return isCapture(start) ? InputKind::Capture : InputKind::Log;
+}
+
+std::vector<Conversation> readPackets(PacketFile& file)
+{
     if (isUsbRecording(file)) {
         return readUsb(file);
     }
@@ -43,8 +57,6 @@ std::vector<Conversation> readPackets(const std::string& path)
     return readNetwork(file);
 }
 
-}  // namespace
-
 std::vector<Conversation> readInput(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -54,12 +66,14 @@ std::vector<Conversation> readInput(const std::string& path)
         throw std::runtime_error(file.eof() ? "the file is empty" : std::strerror(errno));
     }
     start.resize(static_cast<std::size_t>(file.gcount()));
-    if (isPacketFile(Bytes(start.begin(), start.end()))) {
-        return readPackets(path);
+    const InputKind kind = kindOfInput(Bytes(start.begin(), start.end()));
+    if (kind == InputKind::Packets) {
+        PacketFile packets(path);
+        return readPackets(packets);
     }
     file.clear();
     file.seekg(0);
-    if (start.rfind(kCaptureHeading, 0) == 0) {
+    if (kind == InputKind::Capture) {
         return {readCapture(file)};
     }
     return readLog(file);

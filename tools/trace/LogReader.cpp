@@ -4,6 +4,7 @@
 #include "../../src/HBN3.h"
 #include "../../src/ICommunication.h"
 #include "CommandKinds.h"
+#include "Filling.h"
 #include "LogLine.h"
 
 #include <algorithm>
@@ -68,7 +69,10 @@ constexpr std::pair<const char*, std::size_t> kMarkerLines[] = {{" -> width = ",
 // What one thread has logged.
 class Thread {
 public:
-    explicit Thread(std::string name) { result_.name = std::move(name); }
+    Thread(std::string name, Filling& filling) : filling_(&filling)
+    {
+        result_.name = std::move(name);
+    }
 
     void add(const LogLine& line)
     {
@@ -271,10 +275,9 @@ private:
         const bool isRecord = !read.isImage && *read.size > kRecordOffset && result > 0 &&
                               result < 0x100 && result != RECORD_NO_DATA_YET;
         Bytes bytes = isRecord ? record(read, static_cast<std::uint8_t>(result)) : read.start;
-        // The host logs the geometry of a page marker, and the code of every record.
-        const bool isMarker = isRecord && !read.marker.empty();
-        const std::size_t known = isRecord && !isMarker ? kRecordOffset + 1 : bytes.size();
-        bytes.resize(*read.size, kMadeUp);
+        const std::size_t known = bytes.size();
+        bytes.resize(std::min(known, *read.size));
+        filling_->fill(bytes, *read.size);
         say(Party::Scanner, std::move(bytes), known);
         result_.transfers.back().isRebuilt = isRecord;
     }
@@ -287,14 +290,15 @@ private:
         Bytes marker;
     };
 
+    // The host logs the geometry of a page marker, and the code of every record.
     static Bytes record(const Read& read, std::uint8_t code)
     {
         Bytes bytes = read.marker;
-        bytes.resize(*read.size);
+        bytes.resize(std::max(bytes.size(), kRecordOffset + 1));
         bytes[0] = kEscape;
         bytes[1] = kScanClass;
         bytes[2] = kImageCode;
-        putLittle(bytes, 4, bytes.size() - kHeaderSize, 2);
+        putLittle(bytes, 4, *read.size - kHeaderSize, 2);
         bytes[6] = kGood;
         bytes[kRecordOffset] = code;
         if (read.isHalves && bytes.size() > kRecordOffset + 2) {
@@ -303,6 +307,7 @@ private:
         return bytes;
     }
 
+    Filling* filling_;
     Conversation result_;
     std::uint64_t time_ = 0;
     std::size_t dumpLeft_ = 0;
@@ -357,9 +362,10 @@ private:
         }
         order_.push_back(key);
         const std::string title = "Process " + std::to_string(process) + ", thread " + name;
-        return threads_.emplace(key, Thread(title)).first->second;
+        return threads_.emplace(key, Thread(title, filling_)).first->second;
     }
 
+    Filling filling_;
     std::map<Key, Thread> threads_;
     std::vector<Key> order_;
     std::map<long, std::string> last_;

@@ -19,6 +19,7 @@ constexpr std::size_t kReplyRoom = 512;  // what the host reads of a reply on US
 constexpr std::size_t kTailOffset = 33;
 constexpr std::uint8_t kTail[] = {0, 1, 1, 1, 0x00, 0x80, 0x00, 0x80, 1, 2};
 constexpr std::size_t kShownBytes = 32;
+constexpr std::size_t kMostRows = 1000;  // many more than any host reads
 
 std::string count(std::size_t there, std::size_t wanted)
 {
@@ -101,6 +102,11 @@ void addSources(ByteView data, std::size_t sources, Message& message)
         const std::size_t resolutions = rest[CSources::kResolutionCountOffset];
         rest = rest.from(kSourceSize);
         for (std::size_t j = 0; j < resolutions && !rest.empty(); ++j) {
+            if (message.rows.size() >= kMostRows) {
+                message.oddities.push_back("so many sources and resolutions that the others, " +
+                                           std::to_string(rest.size()) + " bytes, are left out");
+                return;
+            }
             addRows(kResolutionFields, rest.first(kResolutionSize), message.rows);
             rest = rest.from(kResolutionSize);
         }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "PacketFile.h"
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 #include <pcap/pcap.h>
@@ -14,13 +16,25 @@ pcap_t* handle(void* pcap)
     return static_cast<pcap_t*>(pcap);
 }
 
+std::FILE* opened(const std::string& path)
+{
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        throw std::runtime_error(std::strerror(errno));
+    }
+    return file;
+}
+
 }  // namespace
 
-PacketFile::PacketFile(const std::string& path)
+PacketFile::PacketFile(const std::string& path) : PacketFile(opened(path)) {}
+
+PacketFile::PacketFile(std::FILE* file)
 {
     char error[PCAP_ERRBUF_SIZE] = "";
-    pcap_ = pcap_open_offline(path.c_str(), error);
+    pcap_ = pcap_fopen_offline(file, error);
     if (pcap_ == nullptr) {
+        std::fclose(file);
         throw std::runtime_error(error);
     }
 }

@@ -4,6 +4,7 @@
 
 #include "ByteView.h"
 
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -20,6 +21,8 @@ class PacketFile {
 public:
     // Throws std::runtime_error.
     explicit PacketFile(const std::string& path);
+    // Closes the file, whatever happens.
+    explicit PacketFile(std::FILE* file);
     PacketFile(const PacketFile&) = delete;
     PacketFile& operator=(const PacketFile&) = delete;
     ~PacketFile();

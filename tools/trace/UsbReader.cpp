@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "UsbReader.h"
 
+#include "Filling.h"
+
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -88,12 +90,12 @@ std::string endpointText(std::uint8_t endpoint)
 // What device has said and heard.
 class Device {
 public:
-    void add(std::uint64_t time, const Event& event)
+    void add(std::uint64_t time, const Event& event, Filling& filling)
     {
         if (event.transferType == kControl) {
             control(time, event);
         } else if (event.transferType == kBulk) {
-            bulk(time, event);
+            bulk(time, event, filling);
         }
     }
 
@@ -123,7 +125,7 @@ private:
                hex(setup, 8);
     }
 
-    void bulk(std::uint64_t time, const Event& event)
+    void bulk(std::uint64_t time, const Event& event, Filling& filling)
     {
         hasBulk_ = true;
         const bool isFailure = event.type == 'E' || (event.type == 'C' && event.status != 0);
@@ -141,9 +143,7 @@ private:
             Transfer::data(event.isIn() ? Party::Scanner : Party::Host, time, event.data.copy());
         constexpr std::size_t kLongest = 1 << 20;
         const std::size_t size = std::min<std::size_t>(event.length, kLongest);
-        if (size > transfer.bytes.size()) {
-            transfer.bytes.resize(size, kMadeUp);
-        }
+        filling.fill(transfer.bytes, size);
         transfers_.push_back(std::move(transfer));
     }
 
@@ -161,9 +161,10 @@ bool isUsbRecording(const PacketFile& file)
 std::vector<Conversation> readUsb(PacketFile& file)
 {
     std::map<std::pair<unsigned, unsigned>, Device> devices;
+    Filling filling;
     const std::string error = file.forEach([&](const CapturedPacket& packet) {
         if (const auto event = readEvent(file.linkType(), packet.bytes)) {
-            devices[{event->bus, event->device}].add(packet.time, *event);
+            devices[{event->bus, event->device}].add(packet.time, *event, filling);
         }
     });
     std::vector<Conversation> result;

@@ -59,6 +59,35 @@ TEST(TraceCapture, IsReadAsItWasWritten)
     }
 }
 
+// Searches indent what a scanner says of itself, and it may say nothing.
+TEST(TraceCapture, TextsOfRemarksKeepTheirBlanks)
+{
+    trace::Conversation conversation;
+    for (const char* text : {"", "    ", "    IPADDRESS", "blank behind ", "# > !"}) {
+        conversation.transfers.push_back(Transfer::remark(7, text));
+    }
+    const trace::Conversation again = read(write(conversation).substr(20));
+    ASSERT_EQ(again.transfers.size(), conversation.transfers.size());
+    for (std::size_t i = 0; i < again.transfers.size(); ++i) {
+        EXPECT_EQ(again.transfers[i].text, conversation.transfers[i].text);
+    }
+    EXPECT_EQ(read("!  9 text\n!\t10\n").transfers[0].text, "text");
+}
+
+// Clocks that were never set, or fields of a file that were not filled.
+TEST(TraceCapture, AnyTimeCanBeWrittenAndRead)
+{
+    trace::Conversation conversation;
+    conversation.transfers = {host(0, bytes("00")), scanner(UINT64_MAX - 1, bytes("01")),
+                              Transfer::remark(UINT64_MAX, "late")};
+    const trace::Conversation again = read(write(conversation).substr(20));
+    ASSERT_EQ(again.transfers.size(), 3U);
+    EXPECT_EQ(again.transfers[1].time, UINT64_MAX - 1);
+    EXPECT_EQ(again.transfers[2].time, UINT64_MAX);
+    EXPECT_THROW(read("> 18446744073709551616 00\n"), trace::CaptureError);
+    EXPECT_THROW(read("> 18446744073709551620 00\n"), trace::CaptureError);
+}
+
 TEST(TraceCapture, WrongLinesAreNamed)
 {
     const std::pair<const char*, const char*> wrong[] = {

@@ -2,6 +2,7 @@
 #include "LogReader.h"
 
 #include "LogLine.h"
+#include "LogText.h"
 #include "Support.h"
 
 #include <gmock/gmock.h>
@@ -16,54 +17,8 @@ using testing::Not;
 using trace::Bytes;
 using trace::Conversation;
 
-std::string marked(const std::string& prefix, int process, const char* function,
-                   const std::string& message)
-{
-    char mark[128];
-    std::snprintf(mark, sizeof mark, "[P:%d T:-77] %-15.15s : %-4d %-20.20s -- ", process,
-                  "src/IOComm.cpp", 340, function);
-    return prefix + mark + message + "\n";
-}
-
-std::string byteLines(const std::string& prefix, int process, const char* function,
-                      const Bytes& bytes, std::size_t count)
-{
-    std::string result;
-    char line[32];
-    for (std::size_t i = 0; i < count; ++i) {
-        std::snprintf(line, sizeof line, "%2X %zu", i < bytes.size() ? unsigned{bytes[i]} : 0U, i);
-        result += marked(prefix, process, function, line);
-    }
-    return result;
-}
-
-std::string dump(const std::string& prefix, const Bytes& bytes)
-{
-    std::string result = prefix + "(size: " + std::to_string(bytes.size()) + ")\n" + prefix;
-    char digits[4];
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(digits, sizeof digits, "%.2x ", unsigned{bytes[i]});
-        result += digits;
-        if (i % 32 == 31 && i + 1 < bytes.size()) {
-            result += "\n" + prefix;
-        }
-    }
-    return result + "\n";
-}
-
 const Bytes kUnlock = bytes("1B 53 06 00 00 00 80 00");
 const Bytes kUnlocked = bytes("1B 53 06 00 00 00 80 02");
-
-// What a command on USB leaves in the log.
-std::string usbCommand(const std::string& prefix, int process, const Bytes& command,
-                       const Bytes& reply)
-{
-    return byteLines(prefix, process, "sendCommand", command, command.size()) +
-           marked(prefix, process, "Write", "writing data on USB") + dump(prefix, command) +
-           marked(prefix, process, "Write", "::::::::::::::: METHOD END ::::::::::::::: 0") +
-           byteLines(prefix, process, "readReply", reply, 512) +
-           marked(prefix, process, "writeCommand", "::::::::::::::: METHOD END ::::::::::::::: 5");
-}
 
 std::vector<Conversation> read(const std::string& text)
 {
@@ -126,13 +81,6 @@ TEST(TraceLog, TimesSurviveAForeignLine)
     }
 }
 
-std::string networkDump(int process, const char* function, const char* message, const Bytes& bytes,
-                        const std::string& prefix = "")
-{
-    return marked(prefix, process, function, message) + dump(prefix, bytes) +
-           marked(prefix, process, function, "before send(). ");
-}
-
 TEST(TraceLog, ProcessesAreToldApart)
 {
     const std::string first =
@@ -182,12 +130,13 @@ TEST(TraceLog, ADumpThatLacksBytesIsFlagged)
     EXPECT_THAT(printed(conversations[0]), HasSubstr("ODD: a dump lacks 2 bytes\n"));
 }
 
-std::string usbRead(std::size_t size, int result, const std::string& between)
+TEST(TraceLog, ATinyFileCannotFillTheMemory)
 {
-    return marked("", 5, "ReadImage", "::::::::::::::: METHOD START ::::::::::::::: ") +
-           marked("", 5, "ReadImage", " -> size is " + std::to_string(size)) + between +
-           marked("", 5, "ReadImage",
-                  "::::::::::::::: METHOD END ::::::::::::::: " + std::to_string(result));
+    std::string text;
+    for (int i = 0; i < 1100; ++i) {
+        text += usbRead(1 << 20, 0, "");
+    }
+    EXPECT_THROW(read(text), std::runtime_error);
 }
 
 TEST(TraceLog, RecordsAndSizesOfTheImage)
@@ -236,6 +185,27 @@ TEST(TraceLog, WhatIsNotLoggedOfARecordIsNotShown)
         for (const char* made : {"length ", "status ", "feeder ", "| ", "ODD"}) {
             EXPECT_THAT(records, Not(HasSubstr(made)));
         }
+    }
+}
+
+// Also in a record, whose fields nobody would tell from recorded ones when it is saved.
+TEST(TraceLog, WhatIsNotLoggedIsWhite)
+{
+    const std::string width = marked("", 5, "processPageMarker", " -> width = 637");
+    const std::string halves = marked("", 5, "processPageMarker", "interleaving is needed");
+    const auto conversations = read(
+        usbCommand("", 5, scanCommand(0x01, 326), bytes("1B 53 01 00 00 00 80 02")) +
+        usbRead(31, 1, "") + usbRead(31, 9, halves) + usbRead(40, 9, width) + usbRead(20, 0, ""));
+    ASSERT_EQ(conversations.size(), 1U);
+    const auto& transfers = conversations[0].transfers;
+    ASSERT_EQ(transfers.size(), 6U);
+    const std::size_t known[] = {9, 9, 31, 0};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const trace::Transfer& transfer = transfers[2 + i];
+        EXPECT_EQ(transfer.known, known[i]) << i;
+        EXPECT_EQ(trace::ByteView(transfer.bytes).from(known[i]).copy(),
+                  Bytes(transfer.bytes.size() - known[i], trace::kMadeUp))
+            << i;
     }
 }
 

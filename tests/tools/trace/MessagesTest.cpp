@@ -151,6 +151,21 @@ TEST(TraceReply, PropertiesThatEndEarlyAreFlagged)
                 HasSubstr("ODD: properties too short: 4 of 7 bytes\n"));
 }
 
+// A few characters of a capture are 64 KiB of them.
+TEST(TraceReply, PropertiesWithoutEndAreNotShownToTheirEnd)
+{
+    trace::Bytes reply = bytes("1B 53 03 00 FF FF 80 02");
+    reply.resize(8 + 0xFFFF, 0xFF);
+    const trace::Message message = trace::decodeReply(reply, trace::kindOf(reply));
+    EXPECT_LT(message.rows.size(), 1100U);
+    EXPECT_THAT(text(message), HasSubstr("ODD: so many sources and resolutions that the others"));
+    // All that a host on USB reads is shown.
+    reply = bytes("1B 53 03 00 F8 01 80 02");
+    reply.resize(512, 0xFF);
+    EXPECT_THAT(text(trace::decodeReply(reply, trace::kindOf(reply))),
+                testing::Not(HasSubstr("so many")));
+}
+
 TEST(TraceReply, OdditiesAreFlagged)
 {
     const trace::Bytes lock = bytes("1B 53 05 00 00 00 80 00");

@@ -115,6 +115,15 @@ TEST_F(ReplayTest, MakesUpWhatTheCaptureDoesNotHave)
     EXPECT_EQ(journal_.complaints().size(), 2U);
 }
 
+TEST_F(ReplayTest, WhatIsMadeUpFitsTheRead)
+{
+    start();
+    replay_->write(kWake);
+    EXPECT_EQ(read(5), bytes("1b44040000"));
+    EXPECT_EQ(read(5), bytes("008000"));
+    EXPECT_TRUE(hasNothing());
+}
+
 TEST_F(ReplayTest, ComplainsAboutWhatWasNotReadOrSent)
 {
     start();
