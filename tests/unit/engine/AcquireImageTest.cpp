@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Image data from the transport to the caller.
+#include "Allocations.h"
 #include "LogCapture.h"
 #include "Sandbox.h"
 #include "TestEngine.h"
@@ -7,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 
 #include <unistd.h>
@@ -70,6 +72,42 @@ INSTANTIATE_TEST_SUITE_P(
                     Need{"LineFromTheRest", true, 15, {3, 3, 3, 3}, {1, 0, 0, 1}, {3, 3, 3, 3}},
                     Need{"NoRoom", false, 10, {0, -1}, {0, 0}, {0, 0}}),
     kByName);
+
+// Callers with the oddest numbers, on a page of 30 bytes in blocks of 3.
+TEST(AcquireImageTest, ExtremesOfSizeAndLine)
+{
+    struct Case {
+        int size;
+        int stride;
+        int length;
+        int reads;
+    };
+    constexpr int kToTheEnd = 11;
+    const Case cases[] = {
+        {INT_MIN, 10, 0, 0},
+        {INT_MIN, INT_MAX, 0, 0},
+        {INT_MAX, 0, 30, kToTheEnd},
+        {INT_MAX, 7, 30, kToTheEnd},
+        {INT_MAX, INT_MAX, 30, kToTheEnd},
+        {INT_MAX - 1, INT_MAX, 30, kToTheEnd},
+        {1, INT_MAX, 1, kToTheEnd},
+        {1, 0, 1, 1},
+        {9, 0, 6, 2},  // the first block counts twice
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.size << " bytes of lines of " << c.stride);
+        TestEngine engine;
+        engine.startFrame();
+        engine.Image->UpdateAttributes(10, 3, c.stride);
+        engine.transport->steps = stepsOf(ramp(30), 3);
+        Bytes data(30);
+        int length = -1;
+        EXPECT_EQ(engine.AcquireImage(data.data(), c.size, &length), 0);
+        EXPECT_EQ(length, c.length);
+        EXPECT_EQ(engine.count("read"), c.reads);
+        EXPECT_EQ(Bytes(data.begin(), data.begin() + length), ramp(length));
+    }
+}
 
 TEST(AcquireImageTest, Log)
 {
@@ -156,6 +194,104 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Result{"End", 1, 5, true, true}, Result{"NoMemory", 2, 10, true, true},
                     Result{"Stopped", 3, 2, true, true}, Result{"Cancelled", 4, 2, true, true},
                     Result{"Jam", 5, 6, true, true}, Result{"Failure", 15, 9, false, false}),
+    kByName);
+
+struct Read {
+    int status;
+    int length;
+};
+
+// What two reads give when 28 bytes come first, then the step, then 40 more.
+struct Interruption {
+    const char* name;
+    Step step;
+    std::vector<Read> plain;
+    std::vector<Read> manipulated;  // where 8 of the 28 bytes wait for the rest of their line
+    int kept;                       // AcquireImageStatus behind the first read
+    int inProgress;
+    Journal commands;  // of the first read
+    friend void PrintTo(const Interruption& c, std::ostream* out) { *out << c.name; }
+};
+
+class InterruptionTest : public TestWithParam<Interruption> {
+protected:
+    static void expectReads(TestEngine& engine, const std::vector<Read>& reads)
+    {
+        engine.startFrame();
+        Bytes expected = ramp(28) + GetParam().step.bytes + ramp(40, 0x80);
+        engine.transport->steps = stepsOf(ramp(28), 14);
+        engine.transport->steps.push_back(GetParam().step);
+        for (const Step& step : stepsOf(ramp(40, 0x80), 20)) {
+            engine.transport->steps.push_back(step);
+        }
+        expectRead(engine, 100, reads[0], &expected);
+        EXPECT_EQ(engine.AcquireImageStatus, GetParam().kept);
+        EXPECT_EQ(engine.ScanInProgress, GetParam().inProgress);
+        Journal commands = engine.calls();
+        commands.erase(std::remove(commands.begin(), commands.end(), "read"), commands.end());
+        EXPECT_EQ(commands, GetParam().commands);
+        expectRead(engine, 40, reads[1], &expected);
+    }
+
+private:
+    // The bytes are those that were sent, in their order.
+    static void expectRead(TestEngine& engine, int size, const Read& expected, Bytes* sent)
+    {
+        const Got got = acquire(engine, size);
+        EXPECT_EQ(got.status, expected.status);
+        ASSERT_EQ(static_cast<int>(got.bytes.size()), expected.length);
+        EXPECT_EQ(got.bytes, Bytes(sent->begin(), sent->begin() + expected.length));
+        sent->erase(sent->begin(), sent->begin() + expected.length);
+    }
+};
+
+TEST_P(InterruptionTest, AsItComes)
+{
+    TestEngine engine;
+    expectReads(engine, GetParam().plain);
+}
+
+// Colours of a grey page are not swapped, but it goes line by line all the same.
+TEST_P(InterruptionTest, LineByLine)
+{
+    TestEngine engine;
+    engine.set("BGRTORGB", 1);
+    engine.setUpManipulations();
+    expectReads(engine, GetParam().manipulated);
+}
+
+const Step kBrokenEnd = {1, {}, nullptr, true};
+
+INSTANTIATE_TEST_SUITE_P(
+    Codes, InterruptionTest,
+    testing::Values(
+        Interruption{"End", {1}, {{0, 28}, {5, 0}}, {{0, 28}, {5, 0}}, 5, 0, {"command 5"}},
+        Interruption{"EndWithBytes",
+                     {1, ramp(7)},
+                     {{0, 35}, {5, 0}},
+                     {{0, 35}, {5, 0}},
+                     5,
+                     0,
+                     {"command 5"}},
+        Interruption{"BrokenEnd", kBrokenEnd, {{9, 28}, {0, 40}}, {{9, 20}, {0, 40}}, 0, 1, {}},
+        Interruption{
+            "NoMemory", {2}, {{10, 28}, {10, 0}}, {{10, 20}, {10, 0}}, 10, 0, {"command 5"}},
+        Interruption{"Stopped", {3}, {{2, 28}, {2, 0}}, {{2, 20}, {2, 0}}, 2, 0, {"command 5"}},
+        Interruption{"Cancelled", {4}, {{2, 28}, {2, 0}}, {{2, 20}, {2, 0}}, 2, 0, {"command 5"}},
+        Interruption{"Jam", {5}, {{6, 28}, {6, 0}}, {{6, 20}, {6, 0}}, 6, 0, {"command 5"}},
+        Interruption{"Failure", {15}, {{9, 28}, {0, 40}}, {{9, 20}, {0, 40}}, 0, 0, {}},
+        Interruption{
+            "FailureWithBytes", {15, ramp(7)}, {{9, 28}, {0, 40}}, {{9, 20}, {0, 30}}, 0, 0, {}},
+        Interruption{
+            "NoDataYetWithBytes", {18, ramp(7)}, {{0, 75}, {5, 0}}, {{0, 70}, {0, 5}}, 0, 1, {}},
+        // No page goes on behind a gap: the device is got out of its job.
+        Interruption{"BytesLost",
+                     {TRANSPORT_NO_MEMORY},
+                     {{10, 0}, {10, 0}},
+                     {{10, 0}, {10, 0}},
+                     10,
+                     0,
+                     {"command 0", "command 5", "close"}}),
     kByName);
 
 // The connection is lost in mid-page: not a page that passes for whole.
@@ -382,6 +518,98 @@ TEST(AcquireImageTest, HalfLinesWithoutPixels)
         EXPECT_EQ(acquireAll(engine, 30).bytes, ramp(100));
     }
 }
+
+// ---- without memory ------------------------------------------------------------------
+
+struct Processing {
+    const char* name;
+    int channels;
+    bool hasHalfLines;
+    std::size_t block = 3000;
+    friend void PrintTo(const Processing& c, std::ostream* out) { *out << c.name; }
+};
+
+// Colours are swapped line by line. The page is large enough for every store to grow.
+class ShortageTest : public TestWithParam<Processing> {
+protected:
+    static constexpr int kWidth = 500;
+    static constexpr int kLines = 40;
+    static constexpr int kReadSize = 5000;
+
+    ShortageTest()
+    {
+        engine.set("COLORDEPTH", GetParam().channels);
+        engine.set("BGRTORGB", GetParam().channels == 3 ? 1 : 0);
+        engine.setUpManipulations();
+    }
+
+    static int stride() { return kWidth * GetParam().channels; }
+
+    void start()
+    {
+        engine.startFrame();
+        engine.Image->UpdateAttributes(kWidth, kLines, stride());
+        engine.transport->steps = stepsOf(ramp(kLines * stride()), GetParam().block);
+        if (GetParam().hasHalfLines) {
+            engine.transport->steps.front().during = [](ImageData* image) {
+                image->SetInterleaveInfo(kWidth, kLines, 0, 0, 0);
+            };
+        }
+        // Each page finds stores that have not grown yet.
+        engine.Buffer->Reset();
+        engine.Image->Reset();
+    }
+
+    // The whole frame, while allocations are refused after those that are granted.
+    Got scan(int granted, int refused, bool* isRefused)
+    {
+        start();
+        Bytes room(kReadSize);
+        Got all = {0, {}};
+        const Allocations some(granted, refused);
+        for (int reads = 0; all.status == 0 && reads < 1000; reads++) {
+            int length = 0;
+            all.status = engine.AcquireImage(room.data(), kReadSize, &length);
+            const Allocations::Pause pause;
+            all.bytes.insert(all.bytes.end(), room.begin(), room.begin() + length);
+        }
+        *isRefused = some.refused();
+        return all;
+    }
+
+    TestEngine engine;
+};
+
+// Wherever memory lacks, for a moment or for good, no byte is missing in front of another, and a
+// page that is not whole does not pass for one.
+TEST_P(ShortageTest, DeliversTheFrontOfThePage)
+{
+    start();
+    const Bytes page = acquireAll(engine, kReadSize).bytes;
+    ASSERT_EQ(static_cast<int>(page.size()), kLines * stride());
+    for (const int refused : {1, 2, Allocations::kAll}) {
+        int shortages = 0;
+        for (bool isRefused = true; isRefused; shortages++) {
+            SCOPED_TRACE(testing::Message() << refused << " refused behind " << shortages);
+            const Got got = scan(shortages, refused, &isRefused);
+            ASSERT_LE(got.bytes.size(), page.size());
+            EXPECT_TRUE(std::equal(got.bytes.begin(), got.bytes.end(), page.begin()));
+            EXPECT_THAT(got.status, testing::AnyOf(5, 9, 10));
+            EXPECT_TRUE(got.status != 5 || got.bytes.size() == page.size());
+            EXPECT_TRUE(isRefused || got.status == 5);
+            EXPECT_EQ(engine.ScanInProgress, 0);
+        }
+        EXPECT_GT(shortages, 2) << "nothing was refused";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, ShortageTest,
+                         testing::Values(Processing{"Grey", 1, false},
+                                         Processing{"Swapped", 3, false},
+                                         Processing{"HalfLines", 1, true},
+                                         Processing{"SwappedHalfLines", 3, true},
+                                         Processing{"HalfLinesAtOnce", 1, true, 100000}),
+                         kByName);
 
 // ---- unusual orders ------------------------------------------------------------------
 

@@ -1,25 +1,37 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "TestEngine.h"
 
+#include "Allocations.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+Step FakeTransport::nextStep()
+{
+    const Allocations::Pause pause;
+    calls_->push_back("read");
+    if (steps.empty()) {
+        return lastStep;
+    }
+    const Step step = steps.front();
+    steps.pop_front();
+    return step;
+}
+
 int FakeTransport::ReadImage(int* bytesRead, DataBuffer* buffer, ImageData* image)
 {
-    calls_->push_back("read");
-    Step step = lastStep;
-    if (!steps.empty()) {
-        step = steps.front();
-        steps.pop_front();
-    }
+    const Step step = nextStep();
     isBroken_ = step.isBroken;
     if (step.during) {
         step.during(image);
     }
     if (!step.bytes.empty()) {
-        buffer->SetRawData(step.bytes.data(), static_cast<int>(step.bytes.size()));
-        *bytesRead += static_cast<int>(step.bytes.size());
+        const int size = static_cast<int>(step.bytes.size());
+        if (buffer->SetRawData(step.bytes.data(), size) == 0) {
+            return TRANSPORT_NO_MEMORY;
+        }
+        *bytesRead += size;
     }
     return step.result;
 }
@@ -35,6 +47,7 @@ int FakeTransport::openDevice()
 
 int FakeTransport::closeDevice()
 {
+    const Allocations::Pause pause;
     calls_->push_back("close");
     if (onClose) {
         onClose();
@@ -44,6 +57,7 @@ int FakeTransport::closeDevice()
 
 int FakeTransport::writeCommand(int id, CResponse* reply)
 {
+    const Allocations::Pause pause;
     calls_->push_back("command " + std::to_string(id));
     if (onCommand) {
         onCommand(id);

@@ -35,7 +35,8 @@ struct Step {
 };
 
 // Does as its script says and writes every call down: "open", "close", "command <n>",
-// "read", and "destroyed" at its end.
+// "read", and "destroyed" at its end. Only the bytes that it hands over take memory that
+// Allocations may refuse.
 class FakeTransport : public ICommunication {
 public:
     explicit FakeTransport(std::shared_ptr<Journal> calls) : calls_(std::move(calls)) {}
@@ -67,6 +68,8 @@ public:
     int setCommand(ICommand*) override { return 0; }
 
 private:
+    Step nextStep();
+
     std::shared_ptr<Journal> calls_;
     bool isBroken_ = false;
 };
