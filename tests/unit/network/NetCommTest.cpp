@@ -578,6 +578,21 @@ TEST_F(OpenNetCommTest, ReadsAFrameWithItsHeader)
     EXPECT_EQ(content(), frame({4}));
 }
 
+TEST_F(OpenNetCommTest, TheLogIsSwitchedDuringAWait)
+{
+    setenv("ENABLE_SL_LOG", "0", 1);
+    std::thread sender([this] {
+        std::this_thread::sleep_for(milliseconds(50));
+        setenv("ENABLE_SL_LOG", "1", 1);
+        scanner.send(frame({1, 2, 3}));
+    });
+    EXPECT_EQ(read(), 0);
+    sender.join();
+    EXPECT_FALSE(logged("before readMessage. "));
+    EXPECT_TRUE(logged("size of data part: 3"));
+    EXPECT_TRUE(logged("size: 12"));
+}
+
 TEST_F(OpenNetCommTest, DumpsTheHeader)
 {
     setenv("ENABLE_SL_DUMP", "1", 1);

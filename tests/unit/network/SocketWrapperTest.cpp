@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <thread>
 
@@ -236,6 +237,19 @@ TEST_F(SocketWrapperTest, Receives)
                                                  "polling timeout: none", "after recv:. 3"));
     EXPECT_THAT(log.messages().front(), HasSubstr("METHOD START"));
     EXPECT_THAT(log.messages().back(), HasSubstr("METHOD END ::::::::::::::: 3"));
+}
+
+TEST_F(SocketWrapperTest, TheLogIsSwitchedDuringAWait)
+{
+    setenv("ENABLE_SL_LOG", "0", 1);
+    std::thread sender([this] {
+        std::this_thread::sleep_for(milliseconds(50));
+        setenv("ENABLE_SL_LOG", "1", 1);
+        sendAll(connection.peer.get(), {1, 2, 3});
+    });
+    EXPECT_EQ(receive(3, true), 3);
+    sender.join();
+    EXPECT_THAT(log.plainMessages(), ElementsAre("after recv:. 3"));
 }
 
 TEST_F(SocketWrapperTest, ReceiveGivesWhatIsThere)
