@@ -10,6 +10,7 @@ from PIL import Image, ImageChops, ImageGrab, ImageStat
 from desktop import Program, area_of, point_at, send_keys, wait_until
 
 QUIT_SECONDS = 30
+ASK_AGAIN_SECONDS = 8
 
 
 class Wrong(Exception):
@@ -50,9 +51,15 @@ class Trial:
         self.display.screenshot(self.folder / f"{name}.png")
 
     def quit(self):
+        """Asked once more after a while, behind a question or message that has come up instead."""
         point_at(self.program.shown("frame")[-1])
         send_keys("ctrl+q")
-        self.wait_for_end()
+        try:
+            self.wait_for_end(ASK_AGAIN_SECONDS)
+        except subprocess.TimeoutExpired:
+            send_keys("Escape")
+            send_keys("ctrl+q")
+            self.wait_for_end()
 
     def wait_for_end(self, seconds=QUIT_SECONDS):
         """By itself, and the scanners have nothing to complain about."""
