@@ -68,7 +68,7 @@ class Machine(simulation.ScanTestCase):
     def test_no_memory_for_the_first_exception(self):
         host = PROBE.parent / "bare_host"
         if not host.exists():
-            self.skipTest("the tree of a sanitizer")
+            self.skipTest("a tree with a sanitizer or counters")
         module = Path(simulation.SCANNER_SIM).parents[1] / "lib" / "libsane-QuillonLegacy_1_0_0.so.1"
         for call in ["list", "open", "start"]:
             result = self.simulate(["adf-402"], [str(host), str(module), "QuillonLegacy_1_0_0",
