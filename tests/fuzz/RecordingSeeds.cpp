@@ -244,14 +244,8 @@ void addLogs(Seeds& seeds)
     const std::string head = marked("", 5, "traceHeader", " -> image data acquired") +
                              marked("", 5, "traceHeader", " 1B 53  2  0 E8  3 80  2  0  0") +
                              marked("", 5, "traceHeader", "  1  2  3  4  5  6  7  8  9  A");
-    const std::string marker = marked("", 5, "processPageMarker", " -> width = 637") +
-                               marked("", 5, "processPageMarker", " -> height = 177") +
-                               marked("", 5, "processPageMarker", " -> offsetx = 1") +
-                               marked("", 5, "processPageMarker", " -> offsety = 2") +
-                               marked("", 5, "processPageMarker", " -> trim = 3") +
-                               marked("", 5, "processPageMarker", "interleaving is needed");
     seeds["log-page"] = networkDump(5, "sendOnce", "data to be sent", scanCommand(0x01, 326)) +
-                        usbRead(31, 9, marker) + usbRead(1008, 0, head) + usbRead(9, 1, "");
+                        usbRead(31, 9, pageMarker(5)) + usbRead(1008, 0, head) + usbRead(9, 1, "");
     seeds["log-network"] =
         marked("", 9, "openDevice", "::: METHOD START :::") +
         networkDump(9, "sendOnce", "data to be sent", bytes("48 42 4e 33 00 00 00 00 02")) +

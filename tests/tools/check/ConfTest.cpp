@@ -194,6 +194,7 @@ TEST(CheckConf, FilesInAFolderThatMayNotBeEntered)
     chmod((folder / "closed").c_str(), 0);
     const uid_t user = geteuid();
     constexpr uid_t kNobody = 65534;
+    // Root of a user namespace that has no other user cannot become one.
     if (user == 0 && seteuid(kNobody) != 0) {
         GTEST_SKIP() << "nothing is closed to root, and there is no other user here";
     }

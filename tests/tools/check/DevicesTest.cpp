@@ -85,6 +85,7 @@ TEST_F(CheckDevices, WhoMayUseThemIsSaidInTheHardwareDatabase)
     files = {ConfFile::read(folder.write("b.conf", "usb 1234 ab1 " + features + " X\n"), unused)};
     const uid_t user = geteuid();
     constexpr uid_t kNobody = 65534;
+    // Root of a user namespace that has no other user cannot become one.
     if (user == 0 && seteuid(kNobody) != 0) {
         GTEST_SKIP() << "root gets other advice, and there is no other user here";
     }

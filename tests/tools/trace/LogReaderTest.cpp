@@ -141,12 +141,6 @@ TEST(TraceLog, ATinyFileCannotFillTheMemory)
 
 TEST(TraceLog, RecordsAndSizesOfTheImage)
 {
-    const std::string marker = marked("", 5, "processPageMarker", " -> width = 637") +
-                               marked("", 5, "processPageMarker", " -> height = 177") +
-                               marked("", 5, "processPageMarker", " -> offsetx = 1") +
-                               marked("", 5, "processPageMarker", " -> offsety = 2") +
-                               marked("", 5, "processPageMarker", " -> trim = 3") +
-                               marked("", 5, "processPageMarker", "interleaving is needed");
     const std::string head = marked("", 5, "traceHeader", " -> image data acquired") +
                              marked("", 5, "traceHeader", " -> <<begin of header dump>>") +
                              marked("", 5, "traceHeader", " 1B 53  2  0 E8  3 80  2  0  0") +
@@ -155,7 +149,7 @@ TEST(TraceLog, RecordsAndSizesOfTheImage)
     const auto conversations =
         read(usbCommand("", 5, scanCommand(0x05, 326), bytes("1B 53 05 00 00 00 80 00")) +
              usbCommand("", 5, scanCommand(0x01, 326), bytes("1B 53 01 00 00 00 80 00")) +
-             usbRead(31, 9, marker) + usbRead(1008, 0, head) + usbRead(9, 1, ""));
+             usbRead(31, 9, pageMarker(5)) + usbRead(1008, 0, head) + usbRead(9, 1, ""));
     ASSERT_EQ(conversations.size(), 1U);
     const auto& transfers = conversations[0].transfers;
     ASSERT_EQ(transfers.size(), 7U);

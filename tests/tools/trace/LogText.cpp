@@ -71,4 +71,14 @@ std::string usbRead(std::size_t size, int result, const std::string& between)
                   "::::::::::::::: METHOD END ::::::::::::::: " + std::to_string(result));
 }
 
+std::string pageMarker(int process)
+{
+    std::string lines;
+    for (const char* message : {" -> width = 637", " -> height = 177", " -> offsetx = 1",
+                                " -> offsety = 2", " -> trim = 3", "interleaving is needed"}) {
+        lines += marked("", process, "processPageMarker", message);
+    }
+    return lines;
+}
+
 }  // namespace tracetest

@@ -18,5 +18,7 @@ std::string networkDump(int process, const char* function, const char* message,
                         const trace::Bytes& bytes, const std::string& prefix = "");
 // A read of the image with that result, and the lines that it leaves in between.
 std::string usbRead(std::size_t size, int result, const std::string& between);
+// What the marker of a page of half-lines, 637 x 177, leaves there.
+std::string pageMarker(int process);
 
 }  // namespace tracetest
